@@ -273,6 +273,17 @@ int Store(int code)
     return e.Code();
 }
 
+int AppendDefault(int code)
+{
+    ErrorCache* cache = ErrorCache::GetErrorCache();
+    Error e;
+    if (cache->Pop(e) != GC_ERR_SUCCESS) {
+        return Store(code);
+    }
+    cache->OverwriteCachedErrorWith(Error::AppendError(e, code));
+    return code;
+}
+
 int Store(int code, const std::string& text, const char* function, int line)
 {
     return StoreBare(code, PrefixedText(text, function, line));

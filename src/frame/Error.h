@@ -105,6 +105,9 @@ int AppendName(int code, const char* function = __builtin_FUNCTION(), int line =
 /// Store: replaces the thread's error by the code and its default message, without prefix.
 int Store(int code);
 
+/// Append with the code's default message, without prefix; stores it when the thread has no stack.
+int AppendDefault(int code);
+
 /// Store with a text of its own, which gets the prefix; the mark ":IGNORABLE:" is not looked at.
 int Store(int code,
           const std::string& text,
