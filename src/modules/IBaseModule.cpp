@@ -1,0 +1,12 @@
+#include "modules/IBaseModule.h"
+
+#include "frame/GenTLHandle.h"
+
+namespace GenTL {
+
+IBaseModule::~IBaseModule()
+{
+    ForgetModule(this);
+}
+
+}  // namespace GenTL
