@@ -1,0 +1,7 @@
+#include "device/ProtectedSet.h"
+
+namespace GenTL {
+
+ProtectedSet<void*>& g_userBuffersProtectedSet = *new ProtectedSet<void*>();
+
+}  // namespace GenTL
