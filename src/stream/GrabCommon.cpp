@@ -1,0 +1,321 @@
+#include "stream/GrabCommon.h"
+
+#include "buffers/Buffer.h"
+#include "frame/GenTLHandle.h"
+#include "log/GLogger.h"
+#include "stream/DataStreamGev.h"
+#include "stream/GvspPacket.h"
+#include "stream/StreamInfo.h"
+
+#include <boost/asio/deadline_timer.hpp>
+#include <boost/date_time/posix_time/posix_time_types.hpp>
+#include <boost/thread/lock_guard.hpp>
+#include <boost/thread/lock_types.hpp>
+#include <boost/thread/recursive_mutex.hpp>
+#include <boost/thread/thread.hpp>
+
+#include <algorithm>
+#include <exception>
+
+namespace GenTL {
+namespace {
+
+using Lock = boost::lock_guard<boost::mutex>;
+using BufferLock = boost::lock_guard<boost::recursive_mutex>;
+
+constexpr std::int64_t kOldestFirstOverwrite = 1;
+constexpr std::int64_t kNewestOnly = 2;
+
+template <typename Queue>
+bool Stands(const Queue& queue, const GenTLHandle* hBuffer)
+{
+    return std::find(queue.begin(), queue.end(), hBuffer) != queue.end();
+}
+
+/// A HAL that leaves an expiry at 0 must not make its timer spin.
+boost::posix_time::milliseconds TimerPeriod(std::uint32_t ms)
+{
+    return boost::posix_time::milliseconds(std::max(ms, 1U));
+}
+
+void ResetForNewImage(Buffer& buffer)
+{
+    buffer.m_imagePresent = false;
+    buffer.m_containsChunkData = false;
+    buffer.m_dataLargerThanBuffer = false;
+    buffer.m_leaderReceived = false;
+    buffer.m_trailerReceived = false;
+    buffer.m_nextPacketTimerDone = false;
+    buffer.m_isAcquiring = true;
+    buffer.m_isIncomplete = true;
+    buffer.m_sizeFilled = 0;
+    buffer.m_frameId = 0;
+    buffer.m_bytesReceived = 0;
+    buffer.m_nextExpectedPacketId = 0;
+    buffer.m_resendRequestCount = 0;
+    buffer.m_packetsRemaining = 0;
+    buffer.m_pPacketBitmap = nullptr;
+    buffer.m_packetBitmapSize = 0;
+}
+
+}  // namespace
+
+GenTLHandle* CheckBufferAvailability(const std::deque<GenTLHandle*>& input,
+                                     boost::mutex& inputMutex,
+                                     std::deque<GenTLHandle*>& output,
+                                     boost::mutex& outputMutex,
+                                     std::int64_t mode)
+{
+    if (mode != kOldestFirstOverwrite) {
+        return nullptr;
+    }
+    const Lock inputLock(inputMutex);
+    const Lock outputLock(outputMutex);
+    if (!input.empty() || output.empty()) {
+        return nullptr;
+    }
+    GenTLHandle* hOldest = output.front();
+    output.pop_front();
+    return hOldest;
+}
+
+GenTLHandle* PopNextBuffer(std::deque<GenTLHandle*>& input,
+                           boost::mutex& inputMutex,
+                           GenTLHandle* fallback,
+                           bool& usedFallback)
+{
+    GenTLHandle* hBuffer = nullptr;
+    {
+        const Lock inputLock(inputMutex);
+        usedFallback = input.empty() && fallback != nullptr;
+        if (!input.empty()) {
+            hBuffer = input.front();
+            input.pop_front();
+            CastHandleToBufferPtr(hBuffer)->m_isQueued = false;
+        } else {
+            hBuffer = fallback;
+        }
+    }
+    if (hBuffer != nullptr) {
+        Buffer& buffer = *CastHandleToBufferPtr(hBuffer);
+        const BufferLock lock(buffer.m_mutex);
+        ResetForNewImage(buffer);
+    }
+    return hBuffer;
+}
+
+void UpdateBufferInfoResend(StreamInfo& stream, Buffer& buffer)
+{
+    buffer.m_newData = true;
+    buffer.m_imagePresent = false;
+    const std::uint64_t filled = buffer.m_bytesReceived;
+    buffer.m_sizeFilled = filled;
+
+    const std::uint64_t bitsPerLine = (buffer.m_pixelFormat >> 16 & 0xFF) * buffer.m_width;
+    buffer.m_deliveredImageHeight = bitsPerLine != 0 ? filled * 8 / bitsPerLine : 0;
+
+    const unsigned type = stream.m_payloadType;
+    if (!SwitchPayloadType(type, buffer) && (type & 0xF000) == 0x4000) {
+        buffer.m_containsChunkData = true;
+    }
+
+    if (filled == buffer.m_dataSize) {
+        buffer.m_isIncomplete = false;
+    } else if (filled < buffer.m_dataSize) {
+        ++stream.m_totalIncompleteImageCount;
+    }
+
+    buffer.m_packetsRemaining = std::max<std::int64_t>(buffer.m_packetsRemaining, 0);
+    const auto remaining = static_cast<std::uint64_t>(buffer.m_packetsRemaining);
+    // One less than the distance; two images of one id count one down.
+    const std::uint64_t gap = DiffBlockId(buffer.m_frameId, stream.m_lastBlockId, stream.m_extendedId) - 1;
+    stream.m_lastBlockId = buffer.m_frameId;
+    stream.m_missedImageCount += gap;
+    // An estimate: every image in the gap is charged with the size of this one.
+    stream.m_missedPacketCount += remaining + (remaining + buffer.m_packetsReceived) * gap;
+}
+
+void GrabCommon::CheckAndCompleteExpiredBuffers()
+{
+    const Lock inFlight(m_stream.m_inFlightMutex);
+    while (HandOffOldestInFlightLocked()) {
+    }
+}
+
+/// False when there is none or it is still waited for. m_inFlightMutex stays held while the virtual
+/// QueueBuffer runs, so that no buffer is revoked between two queues.
+bool GrabCommon::HandOffOldestInFlightLocked()
+{
+    if (m_stream.m_inFlightBuffers.empty()) {
+        return false;
+    }
+    StreamInfo& info = m_stream.m_streamInfo;
+    GenTLHandle* hBuffer = m_stream.m_inFlightBuffers.front();
+    Buffer& buffer = *CastHandleToBufferPtr(hBuffer);
+    std::vector<GenTLHandle*> unread;  // go back to the input queue
+    {
+        const BufferLock bufferLock(buffer.m_mutex);
+        const bool expired = buffer.m_bufferExpiryDone && buffer.m_nextPacketTimerDone;
+        if (!expired && buffer.m_packetsReceived != info.m_packetsPerImage) {
+            return false;
+        }
+        const Lock inputLock(m_stream.m_inputMutex);
+        const Lock outputLock(m_stream.m_outputMutex);
+        if (Stands(m_stream.m_inputBuffers, hBuffer) || Stands(m_stream.m_outputBuffers, hBuffer)) {
+            // Delivered already, or flushed back by the consumer: this image is void.
+        } else if (!buffer.m_leaderReceived) {
+            info.m_missedPacketCount += static_cast<std::uint64_t>(buffer.m_packetsRemaining);
+            info.m_missedImageCount += DiffBlockId(buffer.m_frameId, info.m_lastBlockId, info.m_extendedId);
+            info.m_lastBlockId = buffer.m_frameId;
+            unread.push_back(hBuffer);
+        } else {
+            UpdateBufferInfoResend(info, buffer);
+            if (m_stream.m_bufferHandlingMode == kNewestOnly) {
+                unread.assign(m_stream.m_outputBuffers.begin(), m_stream.m_outputBuffers.end());
+                m_stream.m_outputBuffers.clear();
+            }
+            m_stream.m_outputBuffers.push_back(hBuffer);
+            buffer.m_isAcquiring = false;
+            m_stream.m_outputCondition.notify_one();
+        }
+    }
+    m_stream.m_inFlightBuffers.pop_front();
+    for (GenTLHandle* hUnread : unread) {
+        m_stream.QueueBuffer(hUnread);
+    }
+    return true;
+}
+
+void GrabCommon::ArmTimersLocked(Buffer& buffer, GenTLHandle* hBuffer)
+{
+    const TimedImage image{&m_stream, hBuffer, buffer.m_timerGeneration};
+    buffer.m_bufferExpiryDone = false;
+    buffer.m_pBufferExpiryTimer->expires_from_now(TimerPeriod(m_stream.m_streamInfo.m_bufferExpiry));
+    buffer.m_pBufferExpiryTimer->async_wait(
+        [image](const boost::system::error_code& error) { BufferExpiryTimerEventHandler(error, image); });
+    ArmNextPacketTimerLocked(buffer, image);
+}
+
+void GrabCommon::ArmNextPacketTimerLocked(Buffer& buffer, const TimedImage& image)
+{
+    buffer.m_pNextPacketTimer->expires_from_now(TimerPeriod(m_stream.m_streamInfo.m_interPacketExpiry));
+    buffer.m_pNextPacketTimer->async_wait(
+        [image](const boost::system::error_code& error) { NextPacketTimerEventHandler(error, image); });
+}
+
+void GrabCommon::CancelTimersLocked(Buffer& buffer)
+{
+    ++buffer.m_timerGeneration;
+    if (!buffer.m_bufferExpiryDone) {
+        buffer.m_pBufferExpiryTimer->cancel();
+        buffer.m_bufferExpiryDone = true;
+    }
+    if (!buffer.m_nextPacketTimerDone) {
+        buffer.m_pNextPacketTimer->cancel();
+        buffer.m_nextPacketTimerDone = true;
+    }
+}
+
+void GrabCommon::CancelInFlightTimersLocked()
+{
+    for (GenTLHandle* hBuffer : m_stream.m_inFlightBuffers) {
+        Buffer& buffer = *CastHandleToBufferPtr(hBuffer);
+        const BufferLock lock(buffer.m_mutex);
+        CancelTimersLocked(buffer);
+    }
+}
+
+void GrabCommon::NotifyLeaderSeen()
+{
+    {
+        const Lock lock(m_stream.m_leaderMutex);
+        m_stream.m_leaderSeen = true;
+    }
+    m_stream.m_leaderCondition.notify_all();
+}
+
+void GrabCommon::StartTimerThread()
+{
+    boost::asio::io_service& service = m_stream.m_ioService;
+    m_stream.m_streamInfo.m_timerThread =
+        boost::thread([&service] { InterPacketTimerWorkerThread(service); });
+}
+
+void GrabCommon::StopTimerThread()
+{
+    boost::asio::io_service& service = m_stream.m_ioService;
+    service.stop();
+    if (m_stream.m_streamInfo.m_timerThread.joinable()) {
+        m_stream.m_streamInfo.m_timerThread.join();
+    }
+    service.reset();
+    service.poll();
+    service.reset();
+}
+
+void GrabCommon::InterPacketTimerWorkerThread(boost::asio::io_service& service)
+{
+    const boost::asio::io_service::work keepsRunning(service);
+    while (!service.stopped()) {
+        try {
+            service.run();
+        } catch (const std::exception& e) {
+            // Out of memory in a handler: the next image gets new timers.
+            GLogger::Error(e.what());
+        }
+    }
+}
+
+bool GrabCommon::IsInCollectionInFlightLocked(GenTLHandle* hBuffer) const
+{
+    return Stands(m_stream.m_inFlightBuffers, hBuffer) || m_stream.m_bufferInHand.Holds(hBuffer);
+}
+
+void GrabCommon::BufferExpiryTimerEventHandler(const boost::system::error_code& error,
+                                               const TimedImage& image)
+{
+    if (error == boost::asio::error::operation_aborted) {
+        return;
+    }
+    // A buffer that is in neither place may be gone: its memory is not touched.
+    const Lock inFlight(image.pStream->m_inFlightMutex);
+    if (!GrabCommon(*image.pStream).IsInCollectionInFlightLocked(image.hBuffer)) {
+        return;
+    }
+    Buffer& buffer = *CastHandleToBufferPtr(image.hBuffer);
+    const BufferLock lock(buffer.m_mutex);
+    if (buffer.m_timerGeneration == image.generation) {
+        buffer.m_bufferExpiryDone = true;
+        buffer.m_imageExpired = true;
+    }
+}
+
+void GrabCommon::NextPacketTimerEventHandler(const boost::system::error_code& error, const TimedImage& image)
+{
+    if (error == boost::asio::error::operation_aborted) {
+        return;
+    }
+    GrabCommon common(*image.pStream);
+    const Lock inFlight(image.pStream->m_inFlightMutex);
+    if (!common.IsInCollectionInFlightLocked(image.hBuffer)) {
+        return;
+    }
+    Buffer& buffer = *CastHandleToBufferPtr(image.hBuffer);
+    {
+        const BufferLock lock(buffer.m_mutex);
+        if (buffer.m_timerGeneration != image.generation) {
+            return;
+        }
+        if (buffer.m_packetSeen || !buffer.m_imageExpired) {
+            buffer.m_packetSeen = false;
+            common.ArmNextPacketTimerLocked(buffer, image);
+            return;
+        }
+        buffer.m_nextPacketTimerDone = true;
+    }
+    // Still under m_inFlightMutex: once it is let go of, the list may hold the next image already.
+    while (common.HandOffOldestInFlightLocked()) {
+    }
+}
+
+}  // namespace GenTL

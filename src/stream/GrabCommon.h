@@ -1,0 +1,89 @@
+/// What the grab paths of the UDP stream share: taking buffers, the deadline timers, and the hand-off.
+#pragma once
+
+#include <boost/asio/io_service.hpp>
+#include <boost/system/error_code.hpp>
+#include <boost/thread/mutex.hpp>
+
+#include <cstdint>
+#include <deque>
+#include <vector>
+
+namespace GenTL {
+
+class Buffer;
+class DataStreamGev;
+struct GenTLHandle;
+struct StreamInfo;
+
+/// With mode 1 (OldestFirstOverwrite) and an empty input queue, takes the oldest buffer off the output queue;
+/// else null. Takes the input mutex, then the output mutex.
+GenTLHandle* CheckBufferAvailability(const std::deque<GenTLHandle*>& input,
+                                     boost::mutex& inputMutex,
+                                     std::deque<GenTLHandle*>& output,
+                                     boost::mutex& outputMutex,
+                                     std::int64_t mode);
+
+/// Takes the oldest input buffer, or fallback when there is none, and resets it for a new image. Null when
+/// there is neither. Takes the input mutex, then the buffer's.
+GenTLHandle* PopNextBuffer(std::deque<GenTLHandle*>& input,
+                           boost::mutex& inputMutex,
+                           GenTLHandle* fallback,
+                           bool& usedFallback);
+
+/// Writes what the consumer reads about a finished image, and counts it. Needs the buffer's mutex held.
+void UpdateBufferInfoResend(StreamInfo& stream, Buffer& buffer);
+
+/// The image work of a stream that its grab thread and its timer thread do.
+///
+/// Owns: nothing; a view of the stream that costs nothing to make. Threads: as told at each operation.
+/// Locks: m_inFlightMutex, then a buffer's m_mutex, then the queue mutexes; a buffer's mutex is never taken
+/// while another's is held. Operations in ...Locked need the mutex of their buffer held.
+class GrabCommon
+{
+public:
+    explicit GrabCommon(DataStreamGev& stream) : m_stream(stream) {}
+
+    /// Hands off the images in collection, oldest first, up to the first that is still waited for.
+    /// Grab thread and timer thread.
+    void CheckAndCompleteExpiredBuffers();
+
+    /// Starts both timers for the image that begins in buffer. Grab thread.
+    void ArmTimersLocked(Buffer& buffer, GenTLHandle* hBuffer);
+    /// Cancels the timers that still run. A handler that is due already finds itself stale.
+    static void CancelTimersLocked(Buffer& buffer);
+    /// The same for every image in collection. Needs m_inFlightMutex held.
+    void CancelInFlightTimersLocked();
+
+    /// Releases the consumers that wait for a leader. Grab thread.
+    void NotifyLeaderSeen();
+
+    /// The timer thread, which runs the handlers of all timers of this stream. Grab thread.
+    void StartTimerThread();
+    /// Joins the timer thread and runs what was due, so that no handler is left for the next run. All timers
+    /// must have been cancelled.
+    void StopTimerThread();
+
+private:
+    /// What a timer was armed for. A handler can't be recalled once it is due, and one that was due when the
+    /// service stopped runs in the next run: it acts only if its image is still the one in the buffer.
+    struct TimedImage
+    {
+        DataStreamGev* pStream;
+        GenTLHandle* hBuffer;
+        std::uint64_t generation;
+    };
+
+    static void InterPacketTimerWorkerThread(boost::asio::io_service& service);
+    static void BufferExpiryTimerEventHandler(const boost::system::error_code& error,
+                                              const TimedImage& image);
+    static void NextPacketTimerEventHandler(const boost::system::error_code& error, const TimedImage& image);
+
+    bool HandOffOldestInFlightLocked();
+    bool IsInCollectionInFlightLocked(GenTLHandle* hBuffer) const;
+    void ArmNextPacketTimerLocked(Buffer& buffer, const TimedImage& image);
+
+    DataStreamGev& m_stream;
+};
+
+}  // namespace GenTL
