@@ -1,0 +1,872 @@
+/// The control channel against a scripted camera: bytes on the wire, retries, hostile answers, handles.
+#include "frame/Error.h"
+#include "gev/ActionCommand.h"
+#include "gev/HALGev.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <deque>
+#include <functional>
+#include <future>
+#include <limits>
+#include <mutex>
+#include <sstream>
+#include <thread>
+
+using namespace GenTL;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::SizeIs;
+
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+using Clock = std::chrono::steady_clock;
+
+Bytes Hex(const std::string& text)
+{
+    Bytes bytes;
+    std::istringstream words(text);
+    for (std::string word; words >> word;) {
+        bytes.push_back(static_cast<unsigned char>(std::stoi(word, nullptr, 16)));
+    }
+    return bytes;
+}
+
+/// An address of this process's own on the loopback, so that tests can run side by side.
+sockaddr_in LoopbackAddress(unsigned host, unsigned short port)
+{
+    const auto pid = static_cast<unsigned>(getpid());
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(0x7F000000U | (pid & 0x3FFFU) << 8 | host);
+    return address;
+}
+
+std::string Text(const sockaddr_in& address)
+{
+    return inet_ntoa(address.sin_addr);
+}
+
+/// A GVCP peer that answers each command with the next entry of its script, and silence after its end.
+class Peer
+{
+public:
+    /// The datagrams that answer one command. An id of 00 00, at bytes 6 and 7, becomes the command's.
+    using Answer = std::vector<Bytes>;
+
+    Peer() : m_address(LoopbackAddress(2, 3956)), m_socket(socket(AF_INET, SOCK_DGRAM, 0))
+    {
+        EXPECT_EQ(0, bind(m_socket, reinterpret_cast<const sockaddr*>(&m_address), sizeof m_address));
+        m_thread = std::thread([this] { Run(); });
+    }
+    ~Peer()
+    {
+        shutdown(m_socket, SHUT_RDWR);
+        m_thread.join();
+        close(m_socket);
+    }
+
+    void Script(std::vector<Answer> answers)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_script.assign(answers.begin(), answers.end());
+        m_received.clear();
+    }
+    /// Answers every command by a function of it.
+    void Serve(std::function<Bytes(const Bytes&)> server)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_server = std::move(server);
+    }
+    std::vector<Bytes> Received()
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return m_received;
+    }
+    /// Waits for what an unacknowledged command sent.
+    Bytes WaitForOne()
+    {
+        const auto end = Clock::now() + std::chrono::seconds(5);
+        while (Received().empty() && Clock::now() < end) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        const auto received = Received();
+        return received.empty() ? Bytes{} : received.front();
+    }
+    sockaddr_in Address() const { return m_address; }
+
+private:
+    void Run()
+    {
+        for (;;) {
+            unsigned char buffer[2048];
+            sockaddr_in sender{};
+            socklen_t size = sizeof sender;
+            const ssize_t got =
+                recvfrom(m_socket, buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&sender), &size);
+            if (got <= 0) {
+                return;
+            }
+            const Bytes command(buffer, buffer + got);
+            for (Bytes answer : Next(command)) {
+                if (answer.size() >= 8 && answer[6] == 0 && answer[7] == 0) {
+                    answer[6] = command[6];
+                    answer[7] = command[7];
+                }
+                sendto(m_socket, answer.data(), answer.size(), 0, reinterpret_cast<sockaddr*>(&sender), size);
+            }
+        }
+    }
+    Answer Next(const Bytes& command)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_received.push_back(command);
+        if (m_server) {
+            return {m_server(command)};
+        }
+        if (m_script.empty()) {
+            return {};
+        }
+        Answer answer = m_script.front();
+        m_script.pop_front();
+        return answer;
+    }
+
+    sockaddr_in m_address;
+    int m_socket;
+    std::mutex m_mutex;
+    std::deque<Answer> m_script;
+    std::function<Bytes(const Bytes&)> m_server;
+    std::vector<Bytes> m_received;
+    std::thread m_thread;
+};
+
+void PutText(DiscoveryRecord& record, std::size_t offset, const std::string& text)
+{
+    std::copy(text.begin(), text.end(), record.begin() + static_cast<long>(offset));
+}
+
+/// A camera at the peer's address.
+DiscoveryRecord CameraRecord(const sockaddr_in& address, const std::string& serial)
+{
+    DiscoveryRecord record{};
+    PutText(record, 10, std::string("\x80\x11\x22\x33\x44\x55", 6));
+    record[23] = 0x02;
+    std::memcpy(&record[36], &address.sin_addr, 4);
+    PutText(record, 52, std::string("\xFF\xFF\xFF\x00", 4));
+    PutText(record, 68, std::string("\xC0\xA8\x01\x01", 4));
+    PutText(record, 72, "Maker");
+    PutText(record, 104, "Model");
+    PutText(record, 136, "1.2");
+    PutText(record, 216, serial);
+    PutText(record, 232, "front door");
+    return record;
+}
+
+/// An adapter on the loopback whose list holds the peer, opened as a device.
+class ControlChannel : public testing::Test
+{
+protected:
+    ControlChannel()
+    {
+        ErrorCache::ReleaseErrorCache();
+        m_pHal->SetGvcpRetries(3);
+        auto adapter = std::make_unique<AdapterHandle>();
+        adapter->m_localAddress = LoopbackAddress(1, 0);
+        adapter->m_pSocket = std::make_unique<CommSocket>();
+        EXPECT_EQ(0, adapter->m_pSocket->OpenAndBindSocket(adapter->m_localAddress, Text(m_peer.Address()),
+                                                           3956, true, 200));
+        adapter->m_devices.push_back({adapter->m_localAddress, "SN1", CameraRecord(m_peer.Address(), "SN1")});
+        adapter->m_requestId = 0x1233;
+        m_adapter = ToHandle(adapter.release());
+        EXPECT_EQ(0, m_pHal->OpenDevice(m_adapter, "SN1", &m_device));
+        m_pHal->SetConnected(m_device, true);
+    }
+    ~ControlChannel() override
+    {
+        if (m_device != nullptr) {
+            EXPECT_EQ(0, m_pHal->CloseDevice(m_device));
+        }
+        if (m_adapter != nullptr) {
+            EXPECT_EQ(0, m_pHal->CloseInterface(m_adapter));
+        }
+        HALGev::Dispose(m_pHal);
+    }
+
+    bool IsConnected()
+    {
+        bool isConnected = false;
+        EXPECT_EQ(0, m_pHal->IsConnected(m_device, isConnected));
+        return isConnected;
+    }
+    int TimeoutNow()
+    {
+        int previous = 0;
+        EXPECT_EQ(0, ToDevice(m_device)->m_pSocket->SetTimeout(200, previous));
+        return previous;
+    }
+    static std::string LastMessage()
+    {
+        Error e;
+        ErrorCache::GetErrorCache()->Peak(e);
+        return e.Message();
+    }
+
+    Peer m_peer;
+    IHALGev* m_pHal = new HALGev();
+    void* m_adapter = nullptr;
+    void* m_device = nullptr;
+};
+
+// ---- bytes on the wire
+
+struct Outcome
+{
+    int code;
+    /// What the operation handed back; "untouched" when it wrote nothing.
+    std::string output;
+};
+
+using Run = Outcome (*)(IHALGev& hal, void* adapter, void* device);
+
+constexpr unsigned kUntouched = 0xAAAAAAAA;
+
+std::string Words(std::initializer_list<unsigned> values)
+{
+    std::ostringstream text;
+    for (const unsigned value : values) {
+        text << (value == kUntouched ? "untouched" : std::to_string(value)) << ' ';
+    }
+    return text.str();
+}
+
+Outcome ReadReg(IHALGev& hal, void*, void* device)
+{
+    unsigned value = kUntouched;
+    const int code = hal.ReadReg(device, 0x0A00, value);
+    return {code, Words({value})};
+}
+
+Outcome WriteReg(IHALGev& hal, void*, void* device)
+{
+    return {hal.WriteReg(device, 0x0A00, 0x80000002), ""};
+}
+
+Outcome ReadBlock(IHALGev& hal, void*, void* device)
+{
+    unsigned values[] = {kUntouched, kUntouched};
+    const int code = hal.ReadRegBlock(device, 0x9000, values, 2);
+    return {code, Words({values[0], values[1]})};
+}
+
+// The values go out as they lie in memory: on this host low byte first.
+Outcome WriteBlock(IHALGev& hal, void*, void* device)
+{
+    const unsigned values[] = {0x04030201, 0x08070605};
+    return {hal.WriteRegBlock(device, 0x0D00, values, 2), ""};
+}
+
+Outcome ReadMem(IHALGev& hal, void*, void* device)
+{
+    char data[] = "untouched  ";
+    const int code = hal.ReadMem(device, 0x0200, data, 10);
+    return {code, data};
+}
+
+Outcome WriteMem(IHALGev& hal, void*, void* device)
+{
+    return {hal.WriteMem(device, 0x00E8, "abcde", 5), ""};
+}
+
+Outcome PlainResend(IHALGev& hal, void*, void* device)
+{
+    return {hal.SendPacketResend(device, 0x12345, 7, 9, false), ""};
+}
+
+Outcome ExtendedResend(IHALGev& hal, void*, void* device)
+{
+    return {hal.SendPacketResend(device, 0x0102030405060708, 7, 0x01000009, true), ""};
+}
+
+Outcome Action(IHALGev& hal, void*, void* device)
+{
+    return {hal.SendActionCommand(device, 1, 2, 0xFFFFFFFF, 0), ""};
+}
+
+Outcome TimedAction(IHALGev& hal, void*, void* device)
+{
+    return {hal.SendActionCommand(device, 1, 2, 3, 0x1122334455), ""};
+}
+
+Outcome ForceIp(IHALGev& hal, void* adapter, void*)
+{
+    return {hal.ForceIP(adapter, 0x8011, 0x22334455, 0xC0A80105, 0xFFFFFF00, 0xC0A80101), ""};
+}
+
+struct WireCase
+{
+    const char* name;
+    Run run;
+    const char* command;
+    const char* answer;
+    const char* output;
+};
+
+// clang-format off
+const WireCase kWireCases[] = {
+    {"ReadReg", ReadReg,
+     "42 01 00 80 00 04 12 34 00 00 0a 00",
+     "00 00 00 81 00 04 00 00 80 00 00 02", "2147483650 "},
+    {"WriteReg", WriteReg,
+     "42 01 00 82 00 08 12 34 00 00 0a 00 80 00 00 02",
+     "00 00 00 83 00 04 00 00 00 00 00 01", ""},
+    {"ReadBlock", ReadBlock,
+     "42 01 00 80 00 08 12 34 00 00 90 00 00 00 90 04",
+     "00 00 00 81 00 08 00 00 00 00 00 01 01 02 03 04", "1 16909060 "},
+    {"WriteBlock", WriteBlock,
+     "42 01 00 82 00 10 12 34 00 00 0d 00 01 02 03 04 00 00 0d 04 05 06 07 08",
+     "00 00 00 83 00 04 00 00 00 00 00 02", ""},
+    {"ReadMemOfTenBytes", ReadMem,
+     "42 01 00 84 00 08 12 34 00 00 02 00 00 00 00 0c",
+     "00 00 00 85 00 10 00 00 00 00 02 00 4c 6f 63 61 6c 3a 61 2e 78 6d 6c 3b", "Local:a.xm "},
+    {"WriteMemOfFiveBytes", WriteMem,
+     "42 01 00 86 00 0c 12 34 00 00 00 e8 61 62 63 64 65 00 00 00",
+     "00 00 00 87 00 04 00 00 00 00 00 05", ""},
+    {"PlainResend", PlainResend,
+     "42 00 00 40 00 0c 12 34 00 00 23 45 00 00 00 07 00 00 00 09",
+     "", ""},
+    {"ExtendedResend", ExtendedResend,
+     "42 10 00 40 00 14 12 34 00 00 00 00 00 00 00 07 01 00 00 09 01 02 03 04 05 06 07 08",
+     "", ""},
+    {"Action", Action,
+     "42 01 01 00 00 00 12 34 00 00 00 01 00 00 00 02 ff ff ff ff",
+     "00 00 01 01 00 00 00 00", ""},
+    {"TimedAction", TimedAction,
+     "42 81 01 00 00 00 12 34 00 00 00 01 00 00 00 02 00 00 00 03 00 00 00 11 22 33 44 55",
+     "00 00 01 01 00 00 00 00", ""},
+    {"ForceIp", ForceIp,
+     "42 11 00 04 00 00 12 34 00 00 80 11 22 33 44 55 00 00 00 00 00 00 00 00 00 00 00 00 "
+     "c0 a8 01 05 00 00 00 00 00 00 00 00 00 00 00 00 ff ff ff 00 00 00 00 00 00 00 00 00 00 00 00 00 "
+     "c0 a8 01 01",
+     "00 00 00 05 00 00 00 00", ""},
+};
+// clang-format on
+
+class Wire : public ControlChannel, public testing::WithParamInterface<WireCase>
+{
+};
+
+TEST_P(Wire, CarriesExactlyTheseBytes)
+{
+    m_peer.Script({{Hex(GetParam().answer)}});
+    const Outcome outcome = GetParam().run(*m_pHal, m_adapter, m_device);
+    EXPECT_EQ(0, outcome.code);
+    EXPECT_EQ(GetParam().output, outcome.output);
+    EXPECT_EQ(Hex(GetParam().command), m_peer.WaitForOne());
+}
+
+INSTANTIATE_TEST_SUITE_P(Commands, Wire, testing::ValuesIn(kWireCases), [](const auto& row) {
+    return row.param.name;
+});
+
+// ---- what becomes of an answer
+
+struct JudgeCase
+{
+    const char* name;
+    Run run;
+    std::vector<const char*> answers;
+    int code;
+    std::size_t sent;
+};
+
+// clang-format off
+const JudgeCase kJudgeCases[] = {
+    // ReadReg has the sense of the length reversed.
+    {"ReadRegStatusWithValue", ReadReg, {"80 03 00 81 00 04 00 00 00 00 00 00"}, GC_ERR_INVALID_BUFFER, 1},
+    {"ReadRegStatusAlone", ReadReg, {"80 03 00 81 00 00 00 00"}, GC_ERR_INVALID_ADDRESS, 1},
+    {"ReadRegSuccessOfWrongLength", ReadReg, {"00 00 00 81 00 08 00 00 00 00 00 01"}, 0, 1},
+    {"WriteRegStatus", WriteReg, {"80 06 00 83 00 04 00 00 00 00 00 00"}, GC_ERR_ACCESS_DENIED, 1},
+    {"WriteRegStatusAlone", WriteReg, {"80 06 00 83 00 00 00 00"}, GC_ERR_INVALID_BUFFER, 1},
+    {"ReadBlockStatus", ReadBlock, {"80 03 00 81 00 08 00 00"}, GC_ERR_INVALID_ADDRESS, 1},
+    {"ReadBlockLongerThanAsked", ReadBlock, {"00 00 00 81 ff fc 00 00"}, GC_ERR_INVALID_BUFFER, 1},
+    {"ReadMemShorterThanAsked", ReadMem, {"00 00 00 85 00 08 00 00 00 00 02 00 01 02 03 04"},
+     GC_ERR_INVALID_BUFFER, 1},
+    {"WriteMemStatus", WriteMem, {"80 04 00 87 00 04 00 00 00 00 00 00"}, GC_ERR_ACCESS_DENIED, 1},
+    {"BusyIsNotTriedAgain", WriteReg, {"80 07 00 83 00 04 00 00 00 00 00 00"}, GC_ERR_BUSY, 1},
+    {"UnknownStatus", WriteReg, {"81 23 00 83 00 04 00 00 00 00 00 00"}, GC_ERR_ERROR, 1},
+    {"OtherAcknowledge", WriteReg, {"00 00 00 81 00 04 00 00 00 00 00 00"}, -9998, 1},
+    {"OtherAcknowledgeToABlock", WriteBlock, {"00 00 00 81 00 04 00 00 00 00 00 00"}, -9998, 1},
+    // Late answers are dropped while the wait goes on; a block write doesn't look.
+    {"LateAnswerFirst", WriteReg,
+     {"00 00 00 83 00 04 12 33 00 00 00 01", "00 00 00 83 00 04 00 00 00 00 00 01"}, 0, 1},
+    {"ForeignPendingFirst", WriteReg,
+     {"00 00 00 89 00 04 12 33 00 00 01 00", "00 00 00 83 00 04 00 00 00 00 00 01"}, 0, 1},
+    {"LateAnswerToABlock", WriteBlock, {"00 00 00 83 00 04 12 33 00 00 00 01"}, 0, 1},
+    {"CutAnswersFirst", WriteReg,
+     {"", "00", "00 00 00 83", "00 00 00 83 00 04", "00 00 00 83 00 04 12",
+      "00 00 00 83 00 04 00 00 00 00 00 01"}, 0, 1},
+    {"AllOnesFirst", WriteReg,
+     {"ff ff ff ff ff ff ff ff ff ff ff ff ff ff ff ff", "00 00 00 83 00 04 00 00 00 00 00 01"}, 0, 1},
+    // A status that means a time-out is tried again as one; the script has an answer for one attempt only.
+    {"ActionLateIsTriedAgain", WriteReg, {"80 16 00 83 00 04 00 00 00 00 00 00"}, GC_ERR_TIMEOUT, 4},
+    {"ActionWaitsOutPending", Action,
+     {"00 00 00 89 00 04 00 00 00 00 01 f4", "00 00 01 01 00 00 00 00"}, 0, 1},
+    {"ActionTakesTheFirstAnswer", Action,
+     {"00 00 01 01 00 00 12 33", "00 00 01 01 00 00 00 00"}, GC_ERR_INVALID_VALUE, 1},
+    {"ForceIpRefused", ForceIp, {"80 06 00 05 00 00 00 00"}, GC_ERR_INVALID_VALUE, 1},
+};
+// clang-format on
+
+class Judgement : public ControlChannel, public testing::WithParamInterface<JudgeCase>
+{
+};
+
+TEST_P(Judgement, GivesTheCodeAndLeavesTheOutput)
+{
+    Peer::Answer answer;
+    for (const char* text : GetParam().answers) {
+        answer.push_back(Hex(text));
+    }
+    m_pHal->SetDeviceTimeout(m_device, 100);
+    m_peer.Script({answer});
+    const Outcome outcome = GetParam().run(*m_pHal, m_adapter, m_device);
+    EXPECT_EQ(GetParam().code, outcome.code);
+    EXPECT_THAT(m_peer.Received(), SizeIs(GetParam().sent));
+    if (!outcome.output.empty()) {
+        EXPECT_THAT(outcome.output, testing::StartsWith("untouched "));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Answers, Judgement, testing::ValuesIn(kJudgeCases), [](const auto& row) {
+    return row.param.name;
+});
+
+TEST_F(ControlChannel, TellsTheAnswerInTheErrorText)
+{
+    m_peer.Script({{Hex("80 07 00 83 00 04 00 00 00 00 00 00")}, {Hex("80 06 01 01 00 00 00 00")}});
+    m_pHal->WriteReg(m_device, 0xA00, 1);
+    EXPECT_THAT(LastMessage(), testing::StartsWith("WriteReg():"));
+    EXPECT_THAT(LastMessage(),
+                EndsWith(": GenTL::HALGev::WriteReg Ack is invalid: -1019 : address: 0xa00, ACK = 0x83, "
+                         "status = 0x8007, ack_id = 0x1234, length = 0x4"));
+    m_pHal->SendActionCommand(m_device, 1, 2, 3, 0);
+    EXPECT_THAT(LastMessage(),
+                EndsWith(": GenTL::HALGev::SendActionCommand Ack is invalid: -1019 : , ACK = 257, "
+                         "status = 32774, ack_id = 4661, length = 0"));
+}
+
+// ---- time-outs
+
+TEST_F(ControlChannel, RepeatsTheSameCommandAndThenCallsTheCameraLost)
+{
+    m_pHal->SetDeviceTimeout(m_device, 20);
+    unsigned value = 7;
+    EXPECT_EQ(GC_ERR_TIMEOUT, m_pHal->ReadReg(m_device, 0xA00, value));
+    const Bytes command = Hex("42 01 00 80 00 04 12 34 00 00 0a 00");
+    EXPECT_THAT(m_peer.Received(), ElementsAre(command, command, command, command));
+    EXPECT_THAT(LastMessage(), EndsWith(": GenTL::HALGev::ReadReg Ack is invalid: -1019 : "));
+    EXPECT_FALSE(IsConnected());
+    EXPECT_EQ(7U, value);
+
+    m_peer.Script({{Hex("00 00 00 81 00 04 00 00 00 00 00 01")}});
+    EXPECT_EQ(0, m_pHal->ReadReg(m_device, 0xA00, value));
+    EXPECT_FALSE(IsConnected()) << "an answer alone doesn't make a lost camera a connected one";
+}
+
+TEST_F(ControlChannel, CountsTimeoutsInARowOverTransactions)
+{
+    m_pHal->SetGvcpRetries(0);
+    m_pHal->SetDeviceTimeout(m_device, 20);
+    unsigned value = 0;
+    // One answer in between, even a refusal, starts the count anew.
+    m_peer.Script({{}, {}, {Hex("80 07 00 81 00 00 00 00")}, {}, {}, {}});
+    const int codes[] = {GC_ERR_TIMEOUT, GC_ERR_TIMEOUT, GC_ERR_BUSY, GC_ERR_TIMEOUT, GC_ERR_TIMEOUT};
+    for (const int code : codes) {
+        EXPECT_EQ(code, m_pHal->ReadReg(m_device, 0xA00, value));
+        EXPECT_TRUE(IsConnected());
+    }
+    EXPECT_EQ(GC_ERR_TIMEOUT, m_pHal->ReadReg(m_device, 0xA00, value));
+    EXPECT_FALSE(IsConnected());
+}
+
+TEST_F(ControlChannel, RestoresTheTimeoutThatPendingReplaced)
+{
+    const Bytes pending500 = Hex("00 00 00 89 00 04 00 00 00 00 01 f4");
+    const Bytes pending40 = Hex("00 00 00 89 00 04 00 00 00 00 00 28");
+    const Bytes pending0 = Hex("00 00 00 89 00 04 00 00 00 00 00 00");
+    const Bytes good = Hex("00 00 00 81 00 04 00 00 00 00 00 01");
+    unsigned value = 0;
+    m_peer.Script({
+        {pending500, pending40, good}
+    });
+    EXPECT_EQ(0, m_pHal->ReadReg(m_device, 0xA00, value));
+    EXPECT_EQ(200, TimeoutNow());
+
+    m_pHal->SetGvcpRetries(0);
+    m_peer.Script({
+        {pending40, pending500}
+    });
+    const auto start = Clock::now();
+    EXPECT_EQ(GC_ERR_TIMEOUT, m_pHal->ReadReg(m_device, 0xA00, value));
+    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(490));
+    EXPECT_EQ(200, TimeoutNow());
+
+    // A pending time of 0 must not make the wait endless.
+    m_peer.Script({{pending0}});
+    EXPECT_EQ(GC_ERR_TIMEOUT, m_pHal->ReadReg(m_device, 0xA00, value));
+    EXPECT_EQ(200, TimeoutNow());
+}
+
+TEST_F(ControlChannel, KeepsTwoSecondsAfterAnAction)
+{
+    m_peer.Script({
+        {Hex("00 00 00 89 00 04 00 00 00 00 03 e8"), Hex("00 00 01 01 00 00 00 00")}
+    });
+    EXPECT_EQ(0, m_pHal->SendActionCommand(m_device, 1, 2, 3, 0));
+    EXPECT_EQ(2000, TimeoutNow());
+}
+
+// ---- limits
+
+TEST_F(ControlChannel, RefusesWhatDoesNotFitADatagramWithNothingSent)
+{
+    std::vector<unsigned> values(200, 0xAAAAAAAA);
+    std::vector<char> data(600);
+    for (const unsigned long count : {137UL, 0x40000001UL, ~0UL}) {
+        EXPECT_EQ(GC_ERR_INVALID_PARAMETER, m_pHal->ReadRegBlock(m_device, 0, values.data(), count));
+    }
+    EXPECT_EQ(GC_ERR_INVALID_PARAMETER, m_pHal->WriteRegBlock(m_device, 0, values.data(), 69));
+    for (const unsigned long size : {537UL, ~0UL}) {
+        EXPECT_EQ(GC_ERR_INVALID_PARAMETER, m_pHal->ReadMem(m_device, 0, data.data(), size));
+        EXPECT_EQ(GC_ERR_INVALID_PARAMETER, m_pHal->WriteMem(m_device, 0, data.data(), size));
+    }
+    EXPECT_THAT(m_peer.Received(), SizeIs(0));
+
+    Bytes regs = Hex("00 00 00 81 02 20 00 00");
+    regs.resize(552, 0x11);
+    Bytes memory = Hex("00 00 00 85 02 1c 00 00");
+    // Longer than said and than asked for.
+    memory.resize(1400, 0x22);
+    m_peer.Script({{regs},
+                   {Hex("00 00 00 83 00 04 00 00 00 00 00 01")},
+                   {memory},
+                   {Hex("00 00 00 87 00 04 00 00 00 00 02 18")}});
+    EXPECT_EQ(0, m_pHal->ReadRegBlock(m_device, 0, values.data(), 136));
+    EXPECT_EQ(0x11111111U, values[135]);
+    EXPECT_EQ(0xAAAAAAAAU, values[136]);
+    EXPECT_EQ(0, m_pHal->WriteRegBlock(m_device, 0, values.data(), 68));
+    EXPECT_EQ(0, m_pHal->ReadMem(m_device, 0, data.data(), 536));
+    EXPECT_EQ(0x22, data[535]);
+    EXPECT_EQ(0, data[536]);
+    EXPECT_EQ(0, m_pHal->WriteMem(m_device, 0, data.data(), 536));
+    EXPECT_THAT(m_peer.Received(), ElementsAre(SizeIs(552), SizeIs(552), SizeIs(16), SizeIs(548)));
+}
+
+TEST_F(ControlChannel, NeverIssuesRequestIdZero)
+{
+    ToDevice(m_device)->m_requestId = 0xFFFE;
+    EXPECT_EQ(0xFFFF, GetReqID(ToDevice(m_device)));
+    EXPECT_EQ(0x0001, GetReqID(ToDevice(m_device)));
+}
+
+// ---- threads and ends
+
+// Each thread must get the answer to its own command.
+TEST_F(ControlChannel, KeepsTransactionsOfThreadsApart)
+{
+    m_pHal->SetDeviceTimeout(m_device, 2000);
+    m_peer.Serve([](const Bytes& command) {
+        Bytes answer = Hex("00 00 00 81 00 04 00 00");
+        answer.insert(answer.end(), command.begin() + 8, command.begin() + 12);
+        return answer;
+    });
+    std::vector<std::thread> threads;
+    for (unsigned t = 0; t < 4; ++t) {
+        threads.emplace_back([this, t] {
+            for (unsigned i = 0; i < 100; ++i) {
+                const unsigned address = t << 16 | i << 2;
+                unsigned value = 0;
+                EXPECT_EQ(0, m_pHal->ReadReg(m_device, address, value));
+                EXPECT_EQ(address, value);
+                EXPECT_TRUE(IsConnected());
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+TEST_F(ControlChannel, FailsOnceItsSocketIsClosed)
+{
+    EXPECT_EQ(0, m_pHal->CloseSocket(m_device));
+    EXPECT_EQ(GC_ERR_IO, m_pHal->WriteReg(m_device, 0xA00, 1));
+    EXPECT_FALSE(IsConnected());
+    EXPECT_EQ(GC_ERR_IO, m_pHal->SendPacketResend(m_device, 1, 1, 2, false));
+    EXPECT_THAT(LastMessage(), EndsWith(": GenTL::HALGev::SendPacketResend failed: -1010"));
+    EXPECT_EQ(GC_ERR_ABORT, m_pHal->SetDeviceTimeout(m_device, 100));
+}
+
+// A consumer may close its devices after the system.
+TEST_F(ControlChannel, OutlivesItsSystemWhileADeviceIsOpen)
+{
+    IHALGev* const hal = m_pHal;
+    EXPECT_EQ(0, hal->CloseInterface(m_adapter));
+    m_adapter = nullptr;
+    HALGev::Dispose(m_pHal);
+    EXPECT_EQ(nullptr, m_pHal);
+    m_peer.Script({{Hex("00 00 00 83 00 04 00 00 00 00 00 01")}});
+    EXPECT_EQ(0, hal->WriteReg(m_device, 0xA00, 1));
+    EXPECT_EQ(0, hal->CloseDevice(m_device));
+    m_device = nullptr;
+}
+
+TEST_F(ControlChannel, RefusesNullHandlesAndUnknownNames)
+{
+    unsigned value = 0;
+    long number = 0;
+    bool flag = false;
+    void* handle = nullptr;
+    std::string text;
+    EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_pHal->ReadReg(nullptr, 0, value));
+    EXPECT_EQ("Invalid Handle", LastMessage());
+    EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_pHal->WriteReg(nullptr, 0, value));
+    EXPECT_THAT(LastMessage(), EndsWith(": failed to cast hDevice to DeviceHandle*"));
+    EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_pHal->CloseDevice(nullptr));
+    EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_pHal->CloseInterface(nullptr));
+    EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_pHal->GetModelName(nullptr, text));
+    EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_pHal->GetDevMACAddress(nullptr, "SN1", number));
+    EXPECT_EQ(GC_ERR_INVALID_ID, m_pHal->GetDevMACAddress(m_adapter, "SN", number));
+    EXPECT_EQ(GC_ERR_INVALID_ID, m_pHal->OpenDevice(m_adapter, "SN", &handle));
+    EXPECT_EQ(GC_ERR_INVALID_ID, m_pHal->OpenInterface("0000ffffffff", &handle));
+    EXPECT_EQ(GC_ERR_NOT_AVAILABLE, m_pHal->IsConnected(m_adapter, "SN1", flag));
+    EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_pHal->IsConnected(nullptr, "SN1", flag));
+}
+
+// ---- identity
+
+TEST_F(ControlChannel, DescribesTheCameraFromItsRecord)
+{
+    const struct
+    {
+        int (IHALGev::*ofDevice)(void*, std::string&);
+        int (IHALGev::*ofAdapter)(void*, const std::string&, std::string&);
+        const char* text;
+    } texts[] = {
+        {&IHALGev::GetVendorName,      &IHALGev::GetVendorName,      "Maker"     },
+        {&IHALGev::GetModelName,       &IHALGev::GetModelName,       "Model"     },
+        {&IHALGev::GetDeviceVersion,   &IHALGev::GetDeviceVersion,   "1.2"       },
+        {&IHALGev::GetSerialNumber,    &IHALGev::GetSerialNumber,    "SN1"       },
+        {&IHALGev::GetUserDefinedName, &IHALGev::GetUserDefinedName, "front door"},
+    };
+    for (const auto& row : texts) {
+        std::string ofDevice, ofAdapter;
+        EXPECT_EQ(0, (m_pHal->*row.ofDevice)(m_device, ofDevice));
+        EXPECT_EQ(0, (m_pHal->*row.ofAdapter)(m_adapter, "SN1", ofAdapter));
+        EXPECT_EQ(row.text, ofDevice);
+        EXPECT_EQ(row.text, ofAdapter);
+    }
+    const struct
+    {
+        int (IHALGev::*ofDevice)(void*, long&);
+        int (IHALGev::*ofAdapter)(void*, const std::string&, long&);
+        long value;
+    } numbers[] = {
+        {&IHALGev::GetDevMACAddress,     &IHALGev::GetDevMACAddress,     0x801122334455                         },
+        {&IHALGev::GetDevIPAddress,      &IHALGev::GetDevIPAddress,      ntohl(m_peer.Address().sin_addr.s_addr)},
+        {&IHALGev::GetDevSubnetMask,     &IHALGev::GetDevSubnetMask,     0xFFFFFF00                             },
+        {&IHALGev::GetDevDefaultGateway, &IHALGev::GetDevDefaultGateway, 0xC0A80101                             },
+    };
+    for (const auto& row : numbers) {
+        long ofDevice = 0, ofAdapter = 0;
+        EXPECT_EQ(0, (m_pHal->*row.ofDevice)(m_device, ofDevice));
+        EXPECT_EQ(0, (m_pHal->*row.ofAdapter)(m_adapter, "SN1", ofAdapter));
+        EXPECT_EQ(row.value, ofDevice);
+        EXPECT_EQ(row.value, ofAdapter);
+    }
+    // The device form looks at the wrong end of the field, on purpose.
+    bool ofDevice = true, ofAdapter = false;
+    EXPECT_EQ(0, m_pHal->GetDevIpConfigDHCP(m_device, ofDevice));
+    EXPECT_EQ(0, m_pHal->GetDevIpConfigDHCP(m_adapter, "SN1", ofAdapter));
+    EXPECT_FALSE(ofDevice);
+    EXPECT_TRUE(ofAdapter);
+
+    unsigned short port = 0;
+    EXPECT_EQ(0, m_pHal->GetDevPort(m_device, port));
+    EXPECT_EQ(3956, port);
+}
+
+// ---- discovery
+
+class DiscoveryTest : public ControlChannel
+{
+protected:
+    using List = std::vector<std::tuple<std::string, unsigned>>;
+
+    static Bytes Answer(const DiscoveryRecord& record)
+    {
+        Bytes answer = Hex("00 00 00 03 00 f8 00 00");
+        answer.insert(answer.end(), record.begin(), record.end());
+        return answer;
+    }
+};
+
+TEST_F(DiscoveryTest, ListsEveryAnswerAndForgetsTheOldOnes)
+{
+    const sockaddr_in address = m_peer.Address();
+    m_peer.Script({
+        {Answer(CameraRecord(address, "SN2")), Answer(CameraRecord(address, "SN2"))}
+    });
+    List devices;
+    const auto start = Clock::now();
+    EXPECT_EQ(0, m_pHal->GetDevices(m_adapter, devices, 100));
+    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(95));
+    EXPECT_EQ(Hex("42 11 00 02 00 00 12 34"), m_peer.WaitForOne());
+    const std::tuple<std::string, unsigned> camera("SN2", address.sin_addr.s_addr);
+    EXPECT_THAT(devices, ElementsAre(camera, camera));
+
+    void* handle = nullptr;
+    EXPECT_EQ(GC_ERR_INVALID_ID, m_pHal->OpenDevice(m_adapter, "SN1", &handle));
+    EXPECT_EQ(0, m_pHal->OpenDevice(m_adapter, "SN2", &handle));
+    EXPECT_EQ(0x1234, ToDevice(handle)->m_requestId);
+    EXPECT_EQ(0, m_pHal->CloseDevice(handle));
+    std::string model;
+    EXPECT_EQ(0, m_pHal->GetModelName(m_device, model)) << "an open camera keeps its record";
+
+    EXPECT_EQ(0, m_pHal->GetDevices(m_adapter, devices, 20));
+    EXPECT_THAT(devices, SizeIs(2)) << "the caller's list is appended to";
+    EXPECT_EQ(GC_ERR_INVALID_ID, m_pHal->OpenDevice(m_adapter, "SN2", &handle));
+}
+
+TEST_F(DiscoveryTest, BoundsHostileTextsByTheRecord)
+{
+    DiscoveryRecord full = CameraRecord(m_peer.Address(), "0123456789ABCDEF");
+    std::fill(full.begin() + 232, full.end(), static_cast<unsigned char>('u'));
+    // Then a datagram far too long, and one too short, which leaves the bytes before it in place.
+    m_peer.Script({
+        {Answer(full), Bytes(1400, 0xFF), Hex("00"), Bytes(8 + 218, 'x')}
+    });
+    List devices;
+    EXPECT_EQ(0, m_pHal->GetDevices(m_adapter, devices, 100));
+    ASSERT_THAT(devices, SizeIs(4));
+    const std::string serial = "0123456789ABCDEF" + std::string(16, 'u');
+    const std::string ones(32, '\xFF');
+    EXPECT_EQ(serial, std::get<0>(devices[0]));
+    EXPECT_EQ(ones, std::get<0>(devices[1]));
+    EXPECT_EQ(ones, std::get<0>(devices[2]));
+    EXPECT_EQ("xx" + ones.substr(2), std::get<0>(devices[3]));
+    for (const std::string& id : {serial, ones}) {
+        std::string again;
+        EXPECT_EQ(0, m_pHal->GetSerialNumber(m_adapter, id, again));
+        EXPECT_EQ(id, again);
+    }
+}
+
+// Both readers, the one on the broadcast socket too, must let go before the handle is freed.
+TEST_F(DiscoveryTest, EndsWhenTheInterfaceIsClosed)
+{
+    List devices;
+    auto running =
+        std::async(std::launch::async, [&] { return m_pHal->GetDevices(m_adapter, devices, 60000); });
+    m_peer.WaitForOne();
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    const auto start = Clock::now();
+    EXPECT_EQ(0, m_pHal->CloseInterface(m_adapter));
+    m_adapter = nullptr;
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(10));
+    EXPECT_EQ(0, running.get());
+    EXPECT_THAT(devices, SizeIs(0)) << "a woken read is no answer";
+}
+
+TEST_F(DiscoveryTest, GivesInterfaceIdsThatCanBeOpened)
+{
+    std::vector<std::string> ids = {"kept"};
+    ASSERT_EQ(0, m_pHal->GetInterfaces(ids));
+    EXPECT_EQ("kept", ids.front());
+    for (std::size_t i = 1; i < ids.size(); ++i) {
+        EXPECT_THAT(ids[i], testing::MatchesRegex("0000[0-9a-f]{8}(:[0-9]+)?"));
+        EXPECT_NE("00007f000001", ids[i]);
+        void* adapter = nullptr;
+        ASSERT_EQ(0, m_pHal->OpenInterface(ids[i], &adapter));
+        long ip = 0, mask = 0, mac = 0;
+        EXPECT_EQ(0, m_pHal->GetIPAddress(adapter, ip));
+        EXPECT_EQ(std::stol(ids[i].substr(4, 8), nullptr, 16), ip);
+        EXPECT_EQ(0, m_pHal->GetSubnetMask(adapter, mask));
+        EXPECT_EQ(0, m_pHal->GetMACAddress(adapter, mac));
+        EXPECT_EQ(0, mac >> 48);
+        EXPECT_EQ(0, m_pHal->CloseInterface(adapter));
+    }
+    long mask = 0;
+    ToAdapter(m_adapter)->m_localAddress.sin_addr.s_addr = htonl(0xCB007101);
+    EXPECT_EQ(GC_ERR_ERROR, m_pHal->GetSubnetMask(m_adapter, mask)) << "an address that the host has lost";
+}
+
+// ---- the socket
+
+TEST(ControlSocket, SharesItsPortForBroadcastAlone)
+{
+    const std::string remote = Text(LoopbackAddress(9, 0));
+    CommSocket adapter, broadcast, first, second;
+    sockaddr_in any{};
+    ASSERT_EQ(0, adapter.OpenAndBindSocket(LoopbackAddress(8, 0), remote, 3956, true, 200));
+    ASSERT_EQ(0, broadcast.OpenAndBindSocket(any, remote, 3956, true, 200));
+    EXPECT_EQ(adapter.LocalAddress().sin_port, broadcast.LocalAddress().sin_port);
+    ASSERT_EQ(0, first.OpenAndBindSocket(LoopbackAddress(9, 0), remote, 3956, false, 200));
+    ASSERT_EQ(0, second.OpenAndBindSocket(LoopbackAddress(9, 0), remote, 3956, false, 200));
+    EXPECT_LT(ntohs(first.LocalAddress().sin_port), ntohs(second.LocalAddress().sin_port));
+}
+
+TEST(ControlSocket, HandsBackTheTimeoutBefore)
+{
+    CommSocket socket;
+    ASSERT_EQ(0, socket.OpenAndBindSocket(LoopbackAddress(8, 0), "127.0.0.1", 3956, false, 1500));
+    int previous = 0;
+    EXPECT_EQ(0, socket.SetTimeout(std::numeric_limits<int>::max(), previous));
+    EXPECT_EQ(1500, previous);
+    EXPECT_EQ(0, socket.SetTimeout(200, previous));
+    EXPECT_GE(previous, std::numeric_limits<int>::max() - 1000) << "what the kernel rounds up must not wrap";
+}
+
+TEST(ControlSocket, CachesATimeoutUnlessQuiet)
+{
+    ErrorCache::ReleaseErrorCache();
+    CommSocket socket;
+    ASSERT_EQ(0, socket.OpenAndBindSocket(LoopbackAddress(8, 0), "127.0.0.1", 3956, false, 8));
+    char buffer[8];
+    EXPECT_EQ(GC_ERR_TIMEOUT, socket.Receive(buffer, sizeof buffer, true));
+    EXPECT_EQ(0, ErrorCache::GetErrorCache()->Count());
+    EXPECT_EQ(GC_ERR_TIMEOUT, socket.Receive(buffer, sizeof buffer, false));
+    EXPECT_EQ(1, ErrorCache::GetErrorCache()->Count());
+}
+
+TEST(ControlSocket, CloseWakesAReaderAndTouchesNoOtherDescriptor)
+{
+    CommSocket socket;
+    EXPECT_EQ(0, socket.Close());
+    EXPECT_NE(-1, fcntl(0, F_GETFD)) << "closing an unopened socket must not close the host's stdin";
+    ASSERT_EQ(0, socket.OpenAndBindSocket(LoopbackAddress(8, 0), "127.0.0.1", 3956, false, 60000));
+    auto reader = std::async(std::launch::async, [&] {
+        char buffer[8];
+        return socket.Receive(buffer, sizeof buffer, true);
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(0, socket.Close());
+    EXPECT_EQ(GC_ERR_BUSY, reader.get());
+    const int stranger = open("/dev/null", O_RDONLY);
+    EXPECT_EQ(0, socket.Close());
+    EXPECT_NE(-1, fcntl(stranger, F_GETFD));
+    close(stranger);
+}
+
+}  // namespace
