@@ -32,8 +32,8 @@ public:
 
 private:
     DriverType m_driverType;
-    const std::atomic<bool>& m_isGrabbing;
-    IHALGvsp*& m_pHal;
+    [[maybe_unused]] const std::atomic<bool>& m_isGrabbing;
+    [[maybe_unused]] IHALGvsp*& m_pHal;
 };
 
 }  // namespace GenTL

@@ -191,13 +191,13 @@ int DeviceGev::WritePortStacked(S_PORT_REGISTER_STACK_ENTRY* pEntries, unsigned 
     return BaseModule::WritePortStacked(pEntries, piNumEntries);
 }
 
-// There are no message channels yet.
+// There are no message channels yet, so there is nothing to unregister either.
 int DeviceGev::RegisterEvent(int iEventID, void**)
 {
     if (iEventID != EVENT_REMOTE_DEVICE) {
         return Raise(GC_ERR_NOT_IMPLEMENTED, "only EVENT_REMOTE_DEVICE is implemented");
     }
-    return Raise(GC_ERR_NOT_AVAILABLE, "message channels size==0");
+    return Raise(GC_ERR_NOT_IMPLEMENTED, "EVENT_REMOTE_DEVICE is not implemented");
 }
 
 int DeviceGev::UnregisterEvent(int iEventID)
@@ -247,11 +247,11 @@ int DeviceGev::Open(int iOpenFlags, void* hOwn)
 }
 
 /// What was done to the camera stays done.
-int DeviceGev::FailOpen(const char* log, int code, const char* text)
+int DeviceGev::FailOpen(const char* log, int code, const char* text, int line)
 {
     DeleteStreams();
     GLogger::Error(log, code);
-    return Append(code, text, "Open");
+    return Append(code, text, "Open", line);
 }
 
 int DeviceGev::InitializeStreams(void* hOwn, int iOpenFlags)
@@ -431,7 +431,7 @@ int DeviceGev::GetInfo(int iInfoCmd, int* piType, void* pBuffer, std::size_t* pi
 {
     const auto answer = [&](auto value) { return m_info.SetInfo(value, piType, pBuffer, piSize); };
     if (iInfoCmd == kEndianessMechanism) {
-        return answer(m_endianessMechanism);
+        return answer(m_endianessMechanism.load());
     }
     if (const Number* number = FindCommand(kNumbers, iInfoCmd)) {
         long value = 0;

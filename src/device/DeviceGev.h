@@ -5,6 +5,7 @@
 
 #include <boost/thread/thread.hpp>
 
+#include <atomic>
 #include <memory>
 #include <string>
 
@@ -66,7 +67,7 @@ private:
     int ReadTimestampTickFrequency();
     int ConfigureDeviceTimeout();
     void DeleteStreams();
-    int FailOpen(const char* log, int code, const char* text);
+    int FailOpen(const char* log, int code, const char* text, int line = __builtin_LINE());
     void StartHeartbeat();
     void StopHeartbeat();
     int GiveUpControl();
@@ -79,8 +80,8 @@ private:
     bool m_isHeartbeatStarted = false;
     boost::thread m_heartbeatThread;
     std::string m_interfaceId;
-    unsigned int m_capabilities = 0;  // register 0x0934
-    long m_endianessMechanism = 0;    // 0 legacy, 1 standard
+    unsigned int m_capabilities = 0;            // register 0x0934
+    std::atomic<long> m_endianessMechanism{0};  // 0 legacy, 1 standard
     bool m_isClosed = false;
 };
 

@@ -42,10 +42,14 @@ bool LiesInAddressSpace(unsigned long address, unsigned long size)
 
 /// Splits a transfer of size bytes at address into what one command carries. The first failure ends it.
 template <typename Transfer>
-int InChunks(unsigned long address, unsigned long size, Transfer transfer)
+int InChunks(unsigned long address,
+             unsigned long size,
+             Transfer transfer,
+             const char* function = __builtin_FUNCTION(),
+             int line = __builtin_LINE())
 {
     if (!LiesInAddressSpace(address, size)) {
-        return StoreName(GC_ERR_INVALID_ADDRESS, "RemoteDeviceGev");
+        return StoreName(GC_ERR_INVALID_ADDRESS, function, line);
     }
     unsigned long done = 0;
     do {

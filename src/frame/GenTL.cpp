@@ -27,6 +27,7 @@
 #include <ctime>
 #include <fstream>
 #include <memory>
+#include <sstream>
 #include <type_traits>
 #include <utility>
 
@@ -164,14 +165,15 @@ int CloseAndDelete(Module* module, void* h, const char* unknownState, const char
 
 std::string ErrorStackText(Error e)
 {
-    std::string text = "Error Stack:\n";
+    std::ostringstream text;
+    text << "Error Stack:\n";
     int code = 0;
     std::string codeName;
     std::string message;
     while (e.PopError(code, codeName, message) == GC_ERR_SUCCESS) {
-        text += "  " + std::to_string(code) + " " + codeName + " :\n      " + message + "\n";
+        text << "  " << code << " " << codeName << " :\n      " << message << "\n";
     }
-    return text;
+    return text.str();
 }
 
 /// Copies text with its terminator into a buffer of *piSize bytes, which it clears first.

@@ -149,6 +149,7 @@ int InfoUtility::GetInfo(int iType, const void* pBuffer, unsigned long iSize, T&
     return GC_ERR_SUCCESS;
 }
 
+// NOLINTNEXTLINE(bugprone-macro-parentheses): a type
 #define INSTANTIATE(T) template int InfoUtility::GetInfo<T>(int, const void*, unsigned long, T&, bool) const;
 INSTANTIATE(std::string)
 INSTANTIATE(short)

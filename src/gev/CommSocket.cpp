@@ -36,7 +36,7 @@ timeval ToTimeval(int ms)
 {
     timeval time{};
     time.tv_sec = ms / 1000;
-    time.tv_usec = ms % 1000 * 1000;
+    time.tv_usec = ms % 1000 * 1000L;
     return time;
 }
 
@@ -62,7 +62,7 @@ CommSocket::CommSocket() = default;
 CommSocket::~CommSocket() = default;
 
 int CommSocket::OpenAndBindSocket(
-    sockaddr_in local, std::string remoteIp, unsigned short remotePort, bool broadcast, int timeoutMs)
+    sockaddr_in local, const std::string& remoteIp, unsigned short remotePort, bool broadcast, int timeoutMs)
 {
     m_local = local;
     m_local.sin_family = AF_INET;

@@ -26,8 +26,11 @@ public:
     /// Opens the socket, and binds it to local at the first free port from one that all sockets of the
     /// process begin at. local's port is ignored. A broadcast socket may share its port with others.
     /// GC_ERR_RESOURCE_EXHAUSTED, GC_ERR_ABORT; a failure leaves no descriptor behind.
-    virtual int OpenAndBindSocket(
-        sockaddr_in local, std::string remoteIp, unsigned short remotePort, bool broadcast, int timeoutMs);
+    virtual int OpenAndBindSocket(sockaddr_in local,
+                                  const std::string& remoteIp,
+                                  unsigned short remotePort,
+                                  bool broadcast,
+                                  int timeoutMs);
     /// Replaces the receive time-out; previousMs is the one before, as the kernel rounded it. GC_ERR_ABORT.
     /// 0 waits for ever, a negative value is refused by the kernel: pass a positive one.
     virtual int SetTimeout(int timeoutMs, int& previousMs);

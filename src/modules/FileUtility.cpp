@@ -53,6 +53,8 @@ std::string GetGenTLDirPath()
     return GetCurrentDir();
 }
 
+// By value: the exported name says so.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 int GetGenTLPortURL(std::string fileName, char* sURL, size_t* piSize)
 {
     if (piSize == nullptr) {

@@ -173,18 +173,25 @@ struct EventRefusal
     const char* unregisterText;
 };
 
+// clang-format off
 constexpr EventRefusal kEventRefusals[] = {
-    {EVENT_ERROR,              GC_ERR_NOT_IMPLEMENTED, "the EVENT_TYPE EVENT_ERROR is not implemented",
-     "the EVENT_TYPE EVENT_ERROR is not implemented"                                                                                                                       },
+    {EVENT_ERROR, GC_ERR_NOT_IMPLEMENTED,
+     "the EVENT_TYPE EVENT_ERROR is not implemented",
+     "the EVENT_TYPE EVENT_ERROR is not implemented"},
     {EVENT_FEATURE_INVALIDATE, GC_ERR_NOT_AVAILABLE,
-     "the EVENT_TYPE EVENT_FEATURE_INVALIDATE is not available",                                               "the EVENT_TYPE EVENT_FEATURE_INVALIDATE is not implemented"},
-    {EVENT_FEATURE_CHANGE,     GC_ERR_NOT_AVAILABLE,   "the EVENT_TYPE EVENT_FEATURE_CHANGE is not available",
-     "the EVENT_TYPE EVENT_FEATURE_CHANGE is not implemented"                                                                                                              },
-    {EVENT_REMOTE_DEVICE,      GC_ERR_NOT_AVAILABLE,   "the EVENT_TYPE EVENT_REMOTE_DEVICE is not available",
-     "the EVENT_TYPE EVENT_REMOTE_DEVICE is not implemented"                                                                                                               },
-    {EVENT_MODULE,             GC_ERR_NOT_IMPLEMENTED, "the EVENT_TYPE EVENT_MODULE is not implemented",
-     "the EVENT_TYPE EVENT_MODULE is not implemented"                                                                                                                      },
+     "the EVENT_TYPE EVENT_FEATURE_INVALIDATE is not available",
+     "the EVENT_TYPE EVENT_FEATURE_INVALIDATE is not implemented"},
+    {EVENT_FEATURE_CHANGE, GC_ERR_NOT_AVAILABLE,
+     "the EVENT_TYPE EVENT_FEATURE_CHANGE is not available",
+     "the EVENT_TYPE EVENT_FEATURE_CHANGE is not implemented"},
+    {EVENT_REMOTE_DEVICE, GC_ERR_NOT_AVAILABLE,
+     "the EVENT_TYPE EVENT_REMOTE_DEVICE is not available",
+     "the EVENT_TYPE EVENT_REMOTE_DEVICE is not implemented"},
+    {EVENT_MODULE, GC_ERR_NOT_IMPLEMENTED,
+     "the EVENT_TYPE EVENT_MODULE is not implemented",
+     "the EVENT_TYPE EVENT_MODULE is not implemented"},
 };
+// clang-format on
 
 constexpr const char* kUnknownEvent =
     "EVENT_TYPE must be one of :\n"
@@ -279,6 +286,11 @@ DataStream::~DataStream()
     // The consumer's event handle outlives the event and is refused from here on.
     delete m_pNewBufferEvent;
     m_ioService.stop();
+}
+
+int DataStream::GetPortURLInfo(unsigned int, int, int*, void*, unsigned long*)
+{
+    return StoreName(GC_ERR_NOT_IMPLEMENTED);
 }
 
 int DataStream::RegisterEvent(int iEventID, void** phEvent)
@@ -398,7 +410,8 @@ int DataStream::Announce(std::unique_ptr<Buffer> buffer, void** phBuffer)
 int DataStream::QueueBuffer(void* hBuffer)
 {
     if (const int code = CheckHandle(hBuffer); code != GC_ERR_SUCCESS) {
-        return code;
+        GLogger::Error("GenTL::DataStream::QueueBuffer Buffer handle is not valid GenTL handle");
+        return AppendName(code);
     }
     if (CastHandleToIBufferPtr(hBuffer) == nullptr) {
         return Raise(GC_ERR_INVALID_HANDLE, "pIBuffer==nullptr");
@@ -424,57 +437,53 @@ int DataStream::RevokeBuffer(void* hBuffer, void** ppBuffer, void** ppPrivate)
 {
     if (const int code = CheckHandle(hBuffer); code != GC_ERR_SUCCESS) {
         GLogger::Error("GenTL::DataStream::RevokeBuffer Buffer handle is not valid GenTL handle");
-        return code;
+        return AppendName(code);
     }
-    std::unique_ptr<Buffer> pBuffer(ToBuffer(hBuffer));
-    if (pBuffer == nullptr) {
+    Buffer* pAnnounced = ToBuffer(hBuffer);
+    if (pAnnounced == nullptr) {
         GLogger::Error("GenTL::DataStream::RevokeBuffer Buffer handle is of wrong type");
         return StoreName(GC_ERR_INVALID_HANDLE);
     }
-    auto* handle = static_cast<GenTLHandle*>(hBuffer);
-    BufferLock bufferLock(pBuffer->m_mutex);
-    const int code = Withdraw(handle, *pBuffer, ppBuffer != nullptr);
+    BufferLock bufferLock(pAnnounced->m_mutex);
+    const bool wantsMemory = ppBuffer != nullptr;
+    const int code = Withdraw(static_cast<GenTLHandle*>(hBuffer), *pAnnounced, wantsMemory);
     if (code != GC_ERR_SUCCESS) {
-        bufferLock.unlock();
-        pBuffer.release();  // still announced
         return code;
     }
-    if (!pBuffer->m_userAllocated) {
-        delete[] static_cast<char*>(pBuffer->m_pData);
-    } else {
-        if (const int removed = g_userBuffersProtectedSet.RemoveFromSet(pBuffer->m_pData);
-            removed != GC_ERR_SUCCESS) {
-            bufferLock.unlock();
+    bufferLock.unlock();
+    const std::unique_ptr<Buffer> pBuffer(pAnnounced);  // nobody else reaches it any more
+    FreeTimers(*pBuffer);
+    if (pBuffer->m_userAllocated) {
+        const int removed = g_userBuffersProtectedSet.RemoveFromSet(pBuffer->m_pData);
+        if (removed != GC_ERR_SUCCESS) {
             return AppendName(removed);
         }
-        if (ppBuffer != nullptr) {
-            *ppBuffer = pBuffer->m_pData;
-        }
+    } else {
+        delete[] static_cast<char*>(pBuffer->m_pData);
+    }
+    if (wantsMemory) {
+        *ppBuffer = pBuffer->m_pData;
     }
     if (ppPrivate != nullptr) {
         *ppPrivate = pBuffer->m_pUserPointer;
     }
-    FreeTimers(*pBuffer);
-    bufferLock.unlock();
-    pBuffer.reset();
     const int deleted = DeleteHandle(hBuffer);
     return deleted == GC_ERR_SUCCESS ? deleted : AppendName(deleted);
 }
 
-/// Takes a buffer that may be revoked out of the announced ones. Expects the buffer's mutex.
+/// Takes a buffer that may be revoked out of the announced ones. Expects the buffer's mutex. All queues are
+/// held to the end: no flush of another thread brings the buffer back in between.
 int DataStream::Withdraw(GenTLHandle* hBuffer, const Buffer& buffer, bool wantsMemory)
 {
-    {
-        const BothQueuesLock queues(m_inputMutex, m_outputMutex);
-        if (IsInInput(hBuffer)) {
-            return Refuse(kInInput);
-        }
-        if (IsInOutput(hBuffer)) {
-            return Refuse(kInOutput);
-        }
-        if (IsBeingFilled(hBuffer)) {
-            return Refuse(kBeingFilled);
-        }
+    const BothQueuesLock queues(m_inputMutex, m_outputMutex);
+    if (IsInInput(hBuffer)) {
+        return Refuse(kInInput);
+    }
+    if (IsInOutput(hBuffer)) {
+        return Refuse(kInOutput);
+    }
+    if (IsBeingFilled(hBuffer)) {
+        return Refuse(kBeingFilled);
     }
     if (buffer.m_isQueued) {
         return Refuse(kStillQueued);
@@ -606,7 +615,7 @@ bool DataStream::QueueMissingLocked(bool countOutput)
 
 int DataStream::GetInfo(int iInfoCmd, int* piType, void* pBuffer, std::size_t* piSize) const
 {
-    const InfoAnswer to{m_infoUtility, piType, pBuffer, piSize};
+    const InfoAnswer to{m_info, piType, pBuffer, piSize};
     switch (iInfoCmd) {
         case STREAM_INFO_ID:
             return to.String(m_portInfo.id);
@@ -680,7 +689,7 @@ int DataStream::GetBufferInfo(
 {
     if (const int code = CheckHandle(hBuffer); code != GC_ERR_SUCCESS) {
         GLogger::Error("GenTL::DataStream::GetBufferInfo Buffer handle is not valid GenTL handle");
-        return code;
+        return AppendName(code);
     }
     Buffer* pBuf = ToBuffer(hBuffer);
     if (pBuf == nullptr) {
@@ -691,7 +700,7 @@ int DataStream::GetBufferInfo(
         // What a thread is writing at this moment is read as a whole.
         const BufferLock barrier(pBuf->m_mutex);
     }
-    const InfoAnswer to{m_infoUtility, piType, pBuffer, piSize};
+    const InfoAnswer to{m_info, piType, pBuffer, piSize};
     if (iInfoCmd == BUFFER_INFO_TLTYPE) {
         return to.String(m_portInfo.tlType);
     }

@@ -1,7 +1,6 @@
 /// The data stream module: announced, queued and delivered buffers, whatever the transport.
 #pragma once
 
-#include "frame/InfoUtility.h"
 #include "modules/ModuleOf.h"
 #include "stream/IDataStream.h"
 
@@ -44,7 +43,9 @@ public:
     DataStream& operator=(const DataStream&) = delete;
     ~DataStream() override;
 
-    // Port. The transports answer what is left out here.
+    // Port. The transports answer what is left out or refused here.
+    int GetPortURLInfo(
+        unsigned int iURLIndex, int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize) override;
     /// Only EVENT_NEW_BUFFER exists, once per stream (GC_ERR_RESOURCE_IN_USE).
     int RegisterEvent(int iEventID, void** phEvent) override;
     int UnregisterEvent(int iEventID) override;
@@ -103,6 +104,7 @@ protected:
     /// True while a transport's thread writes into the buffer. Called with the buffer's mutex and both queue
     /// mutexes held.
     virtual bool IsBeingFilled(GenTLHandle* hBuffer) const;
+    bool IsAnnounced(GenTLHandle* hBuffer) const;
 
     void* m_hDevice;
     void* m_pParentDevice;
@@ -130,19 +132,15 @@ protected:
     std::atomic<std::int64_t> m_bufferHandlingMode{0};
     std::uint64_t m_numInDriver = 0;
     boost::asio::io_service m_ioService;
-    InfoUtility m_infoUtility;
 
 private:
     int Announce(std::unique_ptr<Buffer> buffer, void** phBuffer);
     int Withdraw(GenTLHandle* hBuffer, const Buffer& buffer, bool wantsMemory);
-    bool IsAnnounced(GenTLHandle* hBuffer) const;
     bool IsInInput(GenTLHandle* hBuffer) const;
     bool IsInOutput(GenTLHandle* hBuffer) const;
     /// Queues what is announced and stands in none of the given queues. True when the sizes add up in the
     /// end.
     bool QueueMissingLocked(bool countOutput);
-    int RegisterNewBufferEvent(void** phEvent);
-    int UnregisterNewBufferEvent();
 };
 
 }  // namespace GenTL

@@ -46,16 +46,6 @@ DataStreamGev::~DataStreamGev()
     delete m_pHalGvsp;
 }
 
-int DataStreamGev::ReadPort(unsigned long iAddress, void* pBuffer, unsigned long* piSize)
-{
-    return DataStream::ReadPort(iAddress, pBuffer, piSize);
-}
-
-int DataStreamGev::WritePort(unsigned long iAddress, const void* pBuffer, unsigned long* piSize)
-{
-    return DataStream::WritePort(iAddress, pBuffer, piSize);
-}
-
 int DataStreamGev::GetPortURL(char* sURL, unsigned long* piSize) const
 {
     return AnswerLocalURL("SFNC_GenTLDataStream_Reference_Version_1_0_0_Schema_1_1", kStreamXml.size(), sURL,
@@ -146,7 +136,7 @@ int DataStreamGev::QueueBuffer(void* hBuffer)
         return DataStream::QueueBuffer(hBuffer);
     }
     if (const int code = CheckHandle(hBuffer); code != GC_ERR_SUCCESS) {
-        return code;
+        return AppendName(code);
     }
     Buffer* pBuffer = CastHandleToBufferPtr(hBuffer);
     if (pBuffer == nullptr) {
@@ -167,7 +157,7 @@ int DataStreamGev::RevokeBuffer(void* hBuffer, void** ppBuffer, void** ppPrivate
     }
     const Lock inFlight(m_inFlightMutex);
     const int code = DataStream::RevokeBuffer(hBuffer, ppBuffer, ppPrivate);
-    if (code == GC_ERR_SUCCESS) {
+    if (!IsAnnounced(handle)) {
         m_inFlightBuffers.remove(handle);
     }
     return code;
@@ -236,7 +226,7 @@ int DataStreamGev::GetParentDev(void** phDevice) const
 
 int DataStreamGev::GetInfo(int iInfoCmd, int* piType, void* pBuffer, std::size_t* piSize) const
 {
-    const auto answer = [&](auto value) { return m_infoUtility.SetInfo(value, piType, pBuffer, piSize); };
+    const auto answer = [&](auto value) { return m_info.SetInfo(value, piType, pBuffer, piSize); };
     switch (iInfoCmd) {
         case STREAM_INFO_BUFFER_HANDLING_MODE:
             return answer(m_bufferHandlingMode.load());
@@ -267,7 +257,7 @@ int DataStreamGev::SetInfo(int iInfoCmd, int iType, const void* pBuffer, std::si
 {
     const auto take = [&](auto& setting) {
         typename std::decay_t<decltype(setting)>::value_type value{};
-        const int code = m_infoUtility.GetInfo(iType, pBuffer, iSize, value);
+        const int code = m_info.GetInfo(iType, pBuffer, iSize, value);
         if (code == GC_ERR_SUCCESS) {
             setting = value;
         }
@@ -276,7 +266,7 @@ int DataStreamGev::SetInfo(int iInfoCmd, int iType, const void* pBuffer, std::si
     switch (iInfoCmd) {
         case STREAM_INFO_BUFFER_HANDLING_MODE: {
             std::int64_t mode = 0;
-            if (const int code = m_infoUtility.GetInfo(iType, pBuffer, iSize, mode); code != GC_ERR_SUCCESS) {
+            if (const int code = m_info.GetInfo(iType, pBuffer, iSize, mode); code != GC_ERR_SUCCESS) {
                 return code;
             }
             if (mode < 0 || mode > kNewestOnly) {

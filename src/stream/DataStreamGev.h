@@ -25,18 +25,18 @@ class IHALGev;
 ///
 /// Revocation while the grab thread runs. A buffer is the grab thread's from the moment it leaves a queue
 /// until it is handed off:
-/// - The grab thread calls m_bufferInHand.Take for what it pops while it still holds the queue's mutex, and
-///   Release when it will touch the buffer and its memory no more. What it takes from a queue and does not
-///   fill at once (the target that a rescue copies into) is in hand too until it stands in m_inFlightBuffers.
+///
+/// - The grab thread holds m_inFlightMutex from before it takes a buffer off a queue until the buffer stands
+///   in m_inFlightBuffers or in another queue. What it receives into is in m_bufferInHand as well, until it
+///   will touch the buffer and its memory no more.
+///
 /// - RevokeBuffer answers GC_ERR_BUSY for a buffer in hand. One that was handed off while the grab thread
-/// still
-///   receives into it (the timer thread does that) is recalled first: the grab thread lets go of it and goes
-///   on elsewhere.
+///   still receives into it, which the timer thread does, is recalled first: the grab thread lets go of it
+///   and goes on elsewhere.
+///
 /// - RevokeBuffer holds m_inFlightMutex from before the buffer's mutex until the Buffer is gone, and takes
-/// its
-///   handle out of m_inFlightBuffers. So a thread that reaches a Buffer by a handle of that list, or by a
-///   pointer that it finds confirmed there, and keeps m_inFlightMutex, never meets a freed one.
-/// - The destructor and StopAcquisition join before anything that the threads use goes away.
+///   its handle out of m_inFlightBuffers. So a thread that holds m_inFlightMutex and finds a buffer in that
+///   list or in hand never meets a freed one.
 class DataStreamGev : public DataStream
 {
 public:
@@ -46,8 +46,6 @@ public:
     ~DataStreamGev() override;
 
     // Port.
-    int ReadPort(unsigned long iAddress, void* pBuffer, unsigned long* piSize) override;
-    int WritePort(unsigned long iAddress, const void* pBuffer, unsigned long* piSize) override;
     int GetPortURL(char* sURL, unsigned long* piSize) const override;
     int GetPortInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize) override;
     int RegisterEvent(int iEventID, void** phEvent) override;

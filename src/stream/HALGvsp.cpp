@@ -174,7 +174,8 @@ void CalculateInterPacketExpiry(IHALGev* hal, void* device, std::uint32_t* out)
         return static_cast<std::uint64_t>(value);
     };
     const std::uint64_t delay = read(sk_addrScpd);
-    const std::uint64_t frequency = read(sk_addrTickFrequencyHigh) << 32 | read(sk_addrTickFrequencyLow);
+    const std::uint64_t frequencyHigh = read(sk_addrTickFrequencyHigh);
+    const std::uint64_t frequency = frequencyHigh << 32 | read(sk_addrTickFrequencyLow);
     *out = kLeastInterPacketExpiry;
     if (frequency != 0 && delay != 0) {
         const double ms = 1.0 / static_cast<double>(frequency) * 1000.0 * static_cast<double>(delay);

@@ -1,6 +1,7 @@
 #include "stream/OverlappedSocket.h"
 
 #include "frame/Error.h"
+#include "gev/RandomMutex.h"
 #include "log/HLogger.h"
 #include "log/localization.h"
 
@@ -109,6 +110,7 @@ int OverlappedSocket::OpenAndBindSocketForMulticast(sockaddr_in address, int gro
     }
     {
         const boost::lock_guard<boost::mutex> lock(g_bindPortMutex);
+        const boost::lock_guard<boost::mutex> random(g_randomMutex);
         static std::uint16_t currBindPort = [] {
             srand(static_cast<unsigned>(time(nullptr)));
             return DrawPort();
