@@ -1,0 +1,445 @@
+#include "gentl/Description.h"
+
+#include "gentl/Failure.h"
+#include "gentl/Formula.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+
+namespace Tool {
+namespace {
+
+constexpr std::size_t kDeepest = 40;
+constexpr unsigned kMostSteps = 100000;
+constexpr char kRoot[] = "RegisterDescription";
+
+bool IsOneOf(const char* text, std::initializer_list<const char*> candidates)
+{
+    return std::any_of(candidates.begin(), candidates.end(),
+                       [text](const char* c) { return std::strcmp(text, c) == 0; });
+}
+
+bool HoldsOrRefers(pugi::xml_node node)
+{
+    return IsOneOf(node.name(), {"Integer", "Boolean", "Enumeration", "Command"});
+}
+
+bool IsRegister(pugi::xml_node node)
+{
+    return IsOneOf(node.name(), {"IntReg", "MaskedIntReg", "StructEntry"});
+}
+
+std::string TextOf(pugi::xml_node node)
+{
+    const std::string text = node.child_value();
+    const std::size_t begin = text.find_first_not_of(" \t\r\n");
+    return begin == std::string::npos ? std::string()
+                                      : text.substr(begin, text.find_last_not_of(" \t\r\n") - begin + 1);
+}
+
+/// Decimal with a sign, or hexadecimal as 0x...
+std::int64_t ParseInteger(const std::string& text)
+{
+    const bool isHex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+    const char* end = text.data() + text.size();
+    std::int64_t value = 0;
+    std::from_chars_result result{};
+    if (isHex) {
+        std::uint64_t bits = 0;
+        result = std::from_chars(text.data() + 2, end, bits, 16);
+        value = static_cast<std::int64_t>(bits);
+    } else {
+        result = std::from_chars(text.data() + (text.size() > 1 && text[0] == '+' ? 1 : 0), end, value);
+    }
+    if (result.ec != std::errc() || result.ptr != end) {
+        throw Failure("\"" + text.substr(0, 80) + "\" is no integer");
+    }
+    return value;
+}
+
+/// The child of a register node; what a StructEntry doesn't say itself its StructReg says.
+pugi::xml_node RegisterChild(pugi::xml_node node, const char* child)
+{
+    const pugi::xml_node own = node.child(child);
+    return own || std::strcmp(node.name(), "StructEntry") != 0 ? own : node.parent().child(child);
+}
+
+/// The node of a register that has its address, length and port.
+pugi::xml_node Frame(pugi::xml_node node)
+{
+    return std::strcmp(node.name(), "StructEntry") == 0 ? node.parent() : node;
+}
+
+std::uint64_t Mask(unsigned bits)
+{
+    return bits >= 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << bits) - 1;
+}
+
+std::string Join(const std::vector<std::string>& path)
+{
+    std::string text;
+    for (const std::string& name : path) {
+        text += (text.empty() ? "" : " -> ") + name;
+    }
+    return text;
+}
+
+}  // namespace
+
+Description::Description(std::string_view xml, IRegisterPort& port) : m_port(port)
+{
+    const pugi::xml_parse_result result = m_document.load_buffer(xml.data(), xml.size());
+    if (!result) {
+        throw Failure("the camera's description isn't XML: " + std::string(result.description()) +
+                      " at its byte " + std::to_string(result.offset));
+    }
+    const pugi::xml_node root = m_document.child(kRoot);
+    if (!root) {
+        throw Failure(std::string("the camera's description has no element ") + kRoot);
+    }
+    Index(root);
+}
+
+void Description::Index(pugi::xml_node description)
+{
+    std::vector<pugi::xml_node> groups{description};
+    while (!groups.empty()) {
+        const pugi::xml_node group = groups.back();
+        groups.pop_back();
+        for (const pugi::xml_node node : group.children()) {
+            if (IsOneOf(node.name(), {"Group", "StructReg"})) {
+                groups.push_back(node);
+            } else if (const pugi::xml_attribute name = node.attribute("Name")) {
+                m_nodes.emplace(name.value(), node);
+            }
+        }
+    }
+}
+
+template <typename Action>
+auto Description::Resolve(const std::string& feature, Action action)
+{
+    m_path.clear();
+    m_steps = 0;
+    try {
+        Enter(feature);
+        return action(Find(feature));
+    } catch (const Failure& failure) {
+        throw Failure("can't resolve " + Join(m_path) + ": " + failure.what(), failure.Hint(),
+                      failure.Details());
+    }
+}
+
+bool Description::Has(const std::string& feature) const
+{
+    return m_nodes.count(feature) != 0;
+}
+
+std::int64_t Description::GetInteger(const std::string& feature)
+{
+    return Resolve(feature, [this](pugi::xml_node node) { return ValueOf(node); });
+}
+
+void Description::SetInteger(const std::string& feature, std::int64_t value)
+{
+    Resolve(feature, [this, value](pugi::xml_node node) { SetValueOf(node, value); });
+}
+
+std::string Description::GetEnumeration(const std::string& feature)
+{
+    return Resolve(feature, [this](pugi::xml_node node) {
+        const std::int64_t value = ValueOf(node);
+        for (const pugi::xml_node entry : node.children("EnumEntry")) {
+            if (Number(entry, "Value") == value) {
+                return std::string(entry.attribute("Name").value());
+            }
+        }
+        throw Failure("its value " + std::to_string(value) + " names no entry");
+    });
+}
+
+void Description::SetEnumeration(const std::string& feature, const std::string& entry)
+{
+    Resolve(feature, [this, &entry](pugi::xml_node node) {
+        const pugi::xml_node found = node.find_child_by_attribute("EnumEntry", "Name", entry.c_str());
+        if (!found) {
+            throw Failure("it has no entry " + entry);
+        }
+        SetValueOf(node, Number(found, "Value"));
+    });
+}
+
+void Description::Execute(const std::string& command)
+{
+    Resolve(command, [this](pugi::xml_node node) {
+        const bool hasValue = node.child("CommandValue") || node.child("pCommandValue");
+        SetValueOf(node, hasValue ? Number(node, "CommandValue") : 1);
+    });
+}
+
+pugi::xml_node Description::Find(const std::string& name) const
+{
+    const auto found = m_nodes.find(name);
+    if (found == m_nodes.end()) {
+        throw Failure("the camera's description has no " + (name.empty() ? "node without a name" : name));
+    }
+    return found->second;
+}
+
+void Description::Enter(const std::string& name)
+{
+    m_path.push_back(name);
+    if (m_path.size() > kDeepest || ++m_steps > kMostSteps) {
+        m_path.resize(std::min<std::size_t>(m_path.size(), 3));
+        throw Failure("its nodes refer to each other without end");
+    }
+}
+
+std::int64_t Description::Value(const std::string& name)
+{
+    Enter(name);
+    const std::int64_t value = ValueOf(Find(name));
+    m_path.pop_back();
+    return value;
+}
+
+void Description::SetValue(const std::string& name, std::int64_t value)
+{
+    Enter(name);
+    SetValueOf(Find(name), value);
+    m_path.pop_back();
+}
+
+std::int64_t Description::ValueOf(pugi::xml_node node)
+{
+    if (IsRegister(node)) {
+        return ReadRegister(node);
+    }
+    if (HoldsOrRefers(node)) {
+        if (node.child("pIndex")) {
+            const pugi::xml_node child = IndexedChild(node);
+            return child.name()[0] == 'p' ? Value(TextOf(child)) : ParseInteger(TextOf(child));
+        }
+        const auto own = m_ownValues.find(node.attribute("Name").value());
+        return own != m_ownValues.end() ? own->second : Number(node, "Value");
+    }
+    if (std::strcmp(node.name(), "IntSwissKnife") == 0) {
+        return Formula(node, TextOf(node.child("Formula")));
+    }
+    if (std::strcmp(node.name(), "IntConverter") == 0) {
+        return Formula(node, TextOf(node.child("FormulaFrom")), "TO", Number(node, "Value"));
+    }
+    throw Failure(std::string("it is of the kind ") + node.name() + ", which this program can't read");
+}
+
+void Description::SetValueOf(pugi::xml_node node, std::int64_t value)
+{
+    if (IsRegister(node)) {
+        return WriteRegister(node, value);
+    }
+    if (HoldsOrRefers(node)) {
+        const pugi::xml_node target = node.child("pIndex") ? IndexedChild(node) : node.child("pValue");
+        if (!target) {
+            m_ownValues[node.attribute("Name").value()] = value;
+        } else if (target.name()[0] != 'p') {
+            throw Failure("it is a constant at the present index");
+        } else {
+            SetValue(TextOf(target), value);
+        }
+        for (const pugi::xml_node copy : node.children("pValueCopy")) {
+            SetValue(TextOf(copy), value);
+        }
+        return;
+    }
+    if (std::strcmp(node.name(), "IntConverter") == 0) {
+        return SetValue(TextOf(node.child("pValue")),
+                        Formula(node, TextOf(node.child("FormulaTo")), "FROM", value));
+    }
+    throw Failure(std::string("it is of the kind ") + node.name() + ", which this program can't write");
+}
+
+pugi::xml_node Description::IndexedChild(pugi::xml_node node)
+{
+    const std::int64_t index = Value(TextOf(node.child("pIndex")));
+    for (const pugi::xml_node child : node.children()) {
+        if (IsOneOf(child.name(), {"ValueIndexed", "pValueIndexed"}) &&
+            ParseInteger(child.attribute("Index").value()) == index) {
+            return child;
+        }
+    }
+    for (const char* name : {"ValueDefault", "pValueDefault"}) {
+        if (const pugi::xml_node child = node.child(name)) {
+            return child;
+        }
+    }
+    throw Failure("it has no value for the index " + std::to_string(index));
+}
+
+std::int64_t Description::Number(pugi::xml_node node, const std::string& child)
+{
+    if (const pugi::xml_node constant = node.child(child.c_str())) {
+        return ParseInteger(TextOf(constant));
+    }
+    if (const pugi::xml_node reference = node.child(("p" + child).c_str())) {
+        return Value(TextOf(reference));
+    }
+    throw Failure("it lacks the element " + child);
+}
+
+std::int64_t Description::Formula(pugi::xml_node node,
+                                  const std::string& formula,
+                                  const std::string& givenName,
+                                  std::int64_t given)
+{
+    return EvaluateFormula(formula, [&](const std::string& name) {
+        return !givenName.empty() && name == givenName ? given : Variable(node, name);
+    });
+}
+
+std::int64_t Description::Variable(pugi::xml_node node, const std::string& name)
+{
+    if (const pugi::xml_node constant = node.find_child_by_attribute("Constant", "Name", name.c_str())) {
+        return ParseInteger(TextOf(constant));
+    }
+    if (const pugi::xml_node part = node.find_child_by_attribute("Expression", "Name", name.c_str())) {
+        Enter(name);
+        const std::int64_t value = Formula(node, TextOf(part));
+        m_path.pop_back();
+        return value;
+    }
+    const pugi::xml_node variable = node.find_child_by_attribute("pVariable", "Name", name.c_str());
+    if (!variable) {
+        throw Failure("its formula has an unknown variable " + name);
+    }
+    const std::size_t dot = name.find('.');
+    if (dot != std::string::npos && name.substr(dot) != ".Value") {
+        throw Failure("its formula asks for " + name + ", which this program can't read");
+    }
+    return Value(TextOf(variable));
+}
+
+Description::Register Description::Locate(pugi::xml_node node)
+{
+    const pugi::xml_node frame = Frame(node);
+    const pugi::xml_node port = Find(TextOf(RegisterChild(node, "pPort")));
+    if (std::strcmp(port.name(), "Port") != 0 || port.child("ChunkID") || port.child("pChunkID")) {
+        throw Failure("it lies outside the camera's registers");
+    }
+    Register where{};
+    const std::int64_t length = Number(frame, "Length");
+    if (length < 1 || length > 8) {
+        throw Failure("its register is " + std::to_string(length) + " bytes long; an integer has 1 to 8");
+    }
+    where.length = static_cast<std::size_t>(length);
+    where.isBigEndian = TextOf(RegisterChild(node, "Endianess")) == "BigEndian";
+    where.isSigned = TextOf(RegisterChild(node, "Sign")) == "Signed";
+    where.highBit = static_cast<unsigned>(where.length) * 8 - 1;
+    if (std::strcmp(node.name(), "IntReg") != 0) {
+        const bool isSingle = node.child("Bit");
+        const std::int64_t bits[] = {Number(node, isSingle ? "Bit" : "LSB"),
+                                     Number(node, isSingle ? "Bit" : "MSB")};
+        unsigned places[2];
+        for (int i = 0; i < 2; ++i) {
+            if (bits[i] < 0 || bits[i] > where.highBit) {
+                throw Failure("its register has no bit " + std::to_string(bits[i]));
+            }
+            // Big-endian descriptions count bits from the most significant one.
+            const auto bit = static_cast<unsigned>(bits[i]);
+            places[i] = where.isBigEndian ? where.highBit - bit : bit;
+        }
+        where.lowBit = std::min(places[0], places[1]);
+        where.highBit = std::max(places[0], places[1]);
+    }
+    where.address = Address(frame);
+    return where;
+}
+
+std::uint64_t Description::Address(pugi::xml_node node)
+{
+    std::uint64_t sum = 0;
+    bool isGiven = false;
+    for (const pugi::xml_node child : node.children()) {
+        std::int64_t part = 0;
+        if (std::strcmp(child.name(), "Address") == 0) {
+            part = ParseInteger(TextOf(child));
+        } else if (std::strcmp(child.name(), "pAddress") == 0) {
+            part = Value(TextOf(child));
+        } else if (std::strcmp(child.name(), "IntSwissKnife") == 0) {
+            part = Formula(child, TextOf(child.child("Formula")));
+        } else if (std::strcmp(child.name(), "pIndex") == 0) {
+            const pugi::xml_attribute offset = child.attribute("Offset");
+            const pugi::xml_attribute reference = child.attribute("pOffset");
+            const std::int64_t step = offset      ? ParseInteger(offset.value())
+                                      : reference ? Value(reference.value())
+                                                  : Number(node, "Length");
+            part = static_cast<std::int64_t>(static_cast<std::uint64_t>(step) *
+                                             static_cast<std::uint64_t>(Value(TextOf(child))));
+        } else {
+            continue;
+        }
+        sum += static_cast<std::uint64_t>(part);
+        isGiven = true;
+    }
+    if (!isGiven) {
+        throw Failure("its register has no address");
+    }
+    return sum;
+}
+
+std::uint64_t Description::ReadRaw(const Register& where)
+{
+    std::vector<std::uint8_t> bytes = m_port.Read(where.address, where.length);
+    if (!where.isBigEndian) {
+        std::reverse(bytes.begin(), bytes.end());
+    }
+    std::uint64_t raw = 0;
+    for (const std::uint8_t byte : bytes) {
+        raw = raw << 8 | byte;
+    }
+    return raw;
+}
+
+std::int64_t Description::ReadRegister(pugi::xml_node node)
+{
+    const Register where = Locate(node);
+    const unsigned width = where.highBit - where.lowBit + 1;
+    std::uint64_t value = ReadRaw(where) >> where.lowBit & Mask(width);
+    if (where.isSigned && (value >> (width - 1) & 1) != 0) {
+        value |= ~Mask(width);
+    }
+    return static_cast<std::int64_t>(value);
+}
+
+void Description::WriteRegister(pugi::xml_node node, std::int64_t value)
+{
+    const std::string access = TextOf(RegisterChild(node, "AccessMode"));
+    if (access == "RO") {
+        throw Failure("it is read-only");
+    }
+    const Register where = Locate(node);
+    const unsigned width = where.highBit - where.lowBit + 1;
+    // Beyond the register's bits a value that fits has nothing but its sign.
+    const std::int64_t rest = width >= 64 ? 0 : value >> (where.isSigned ? width - 1 : width);
+    if (rest != 0 && !(where.isSigned && rest == -1)) {
+        throw Failure("the value " + std::to_string(value) + " doesn't fit into its " +
+                      std::to_string(width) + " bits");
+    }
+    std::uint64_t raw = static_cast<std::uint64_t>(value);
+    if (width < where.length * 8) {
+        const std::uint64_t field = Mask(width) << where.lowBit;
+        const std::uint64_t old = access == "WO" ? 0 : ReadRaw(where);
+        raw = (old & ~field) | (raw << where.lowBit & field);
+    }
+    std::vector<std::uint8_t> bytes(where.length);
+    for (std::uint8_t& byte : bytes) {
+        byte = static_cast<std::uint8_t>(raw);
+        raw >>= 8;
+    }
+    if (where.isBigEndian) {
+        std::reverse(bytes.begin(), bytes.end());
+    }
+    m_port.Write(where.address, bytes);
+}
+
+}  // namespace Tool

@@ -1,0 +1,319 @@
+#include "gentl/Formula.h"
+
+#include "gentl/Failure.h"
+
+#include <cctype>
+#include <charconv>
+#include <cstring>
+#include <limits>
+
+namespace Tool {
+namespace {
+
+constexpr int kDeepest = 250;
+constexpr int kUnaryLevel = 11;
+
+struct Operator
+{
+    const char* text;
+    int level;  ///< a higher one binds closer
+};
+
+/// Longer texts stand before those that they begin with.
+constexpr Operator kOperators[] = {
+    {"||", 1 },
+    {"&&", 2 },
+    {"<<", 8 },
+    {">>", 8 },
+    {"<=", 7 },
+    {">=", 7 },
+    {"<>", 6 },
+    {"**", 11},
+    {"|",  3 },
+    {"^",  4 },
+    {"&",  5 },
+    {"=",  6 },
+    {"<",  7 },
+    {">",  7 },
+    {"+",  9 },
+    {"-",  9 },
+    {"*",  10},
+    {"/",  10},
+    {"%",  10},
+};
+
+std::int64_t Wrapped(std::uint64_t value)
+{
+    return static_cast<std::int64_t>(value);
+}
+
+std::int64_t Negated(std::int64_t value)
+{
+    return Wrapped(0 - static_cast<std::uint64_t>(value));
+}
+
+std::int64_t Shifted(std::int64_t value, std::int64_t count, bool left)
+{
+    if (count < 0 || count > 63) {
+        return !left && value < 0 && count > 63 ? -1 : 0;
+    }
+    return left ? Wrapped(static_cast<std::uint64_t>(value) << count) : value >> count;
+}
+
+std::int64_t Power(std::int64_t base, std::int64_t exponent)
+{
+    if (exponent < 0) {
+        return base == 1 ? 1 : (base == -1 ? (exponent % 2 == 0 ? 1 : -1) : 0);
+    }
+    std::uint64_t result = 1;
+    for (std::uint64_t factor = static_cast<std::uint64_t>(base); exponent != 0; exponent >>= 1) {
+        if ((exponent & 1) != 0) {
+            result *= factor;
+        }
+        factor *= factor;
+    }
+    return Wrapped(result);
+}
+
+std::int64_t Apply(const char* op, std::int64_t a, std::int64_t b)
+{
+    const auto is = [op](const char* text) { return std::strcmp(op, text) == 0; };
+    const auto ua = static_cast<std::uint64_t>(a);
+    const auto ub = static_cast<std::uint64_t>(b);
+    if (is("||")) {
+        return a != 0 || b != 0;
+    }
+    if (is("&&")) {
+        return a != 0 && b != 0;
+    }
+    if (is("<<") || is(">>")) {
+        return Shifted(a, b, is("<<"));
+    }
+    if (is("**")) {
+        return Power(a, b);
+    }
+    if (is("/") || is("%")) {
+        if (b == 0) {
+            throw Failure("division by 0");
+        }
+        if (b == -1) {  // the one quotient that doesn't fit is this one's
+            return is("/") ? Negated(a) : 0;
+        }
+        return is("/") ? a / b : a % b;
+    }
+    switch (op[0]) {
+        case '|':
+            return Wrapped(ua | ub);
+        case '^':
+            return Wrapped(ua ^ ub);
+        case '&':
+            return Wrapped(ua & ub);
+        case '+':
+            return Wrapped(ua + ub);
+        case '-':
+            return Wrapped(ua - ub);
+        case '*':
+            return Wrapped(ua * ub);
+        case '=':
+            return a == b;
+        case '<':
+            return is("<=") ? a <= b : (is("<>") ? a != b : a < b);
+        default:
+            return is(">=") ? a >= b : a > b;
+    }
+}
+
+/// Reads from left to right and computes on the way. What stands in a branch not taken is read with active
+/// false.
+class Reader
+{
+public:
+    Reader(const std::string& text, const VariableLookup& lookup) : m_text(text), m_lookup(lookup) {}
+
+    std::int64_t ReadAll()
+    {
+        const std::int64_t value = Choice(true);
+        SkipBlanks();
+        if (m_at != m_text.size()) {
+            throw Unreadable();
+        }
+        return value;
+    }
+
+private:
+    /// One nested step; deep nesting must not use up the stack.
+    class Level
+    {
+    public:
+        explicit Level(Reader& reader) : m_reader(reader)
+        {
+            if (++m_reader.m_depth > kDeepest) {
+                throw Failure("the formula is nested too deeply: " + reader.m_text.substr(0, 80));
+            }
+        }
+        ~Level() { --m_reader.m_depth; }
+        Level(const Level&) = delete;
+        Level& operator=(const Level&) = delete;
+
+    private:
+        Reader& m_reader;
+    };
+
+    Failure Unreadable() const
+    {
+        return Failure("can't read the formula " + m_text + " from its character " +
+                       std::to_string(m_at + 1));
+    }
+
+    void SkipBlanks()
+    {
+        while (m_at < m_text.size() && std::isspace(static_cast<unsigned char>(m_text[m_at])) != 0) {
+            ++m_at;
+        }
+    }
+
+    bool Take(const char* text)
+    {
+        SkipBlanks();
+        const std::size_t length = std::strlen(text);
+        const bool found = m_text.compare(m_at, length, text) == 0;
+        m_at += found ? length : 0;
+        return found;
+    }
+
+    void Expect(const char* text)
+    {
+        if (!Take(text)) {
+            throw Unreadable();
+        }
+    }
+
+    std::int64_t Choice(bool active)
+    {
+        const Level level(*this);
+        const std::int64_t condition = Binary(1, active);
+        if (!Take("?")) {
+            return condition;
+        }
+        const std::int64_t first = Choice(active && condition != 0);
+        Expect(":");
+        const std::int64_t second = Choice(active && condition == 0);
+        return condition != 0 ? first : second;
+    }
+
+    const Operator* TakeOperator(int lowest)
+    {
+        SkipBlanks();
+        for (const Operator& op : kOperators) {
+            if (m_text.compare(m_at, std::strlen(op.text), op.text) == 0) {
+                return op.level >= lowest && Take(op.text) ? &op : nullptr;
+            }
+        }
+        return nullptr;
+    }
+
+    std::int64_t Binary(int lowest, bool active)
+    {
+        const Level level(*this);
+        std::int64_t value = Unary(active);
+        while (const Operator* pOp = TakeOperator(lowest)) {
+            const bool fromTheRight = pOp->level == kUnaryLevel;
+            const std::int64_t right = Binary(fromTheRight ? pOp->level : pOp->level + 1, active);
+            value = active ? Apply(pOp->text, value, right) : 0;
+        }
+        return value;
+    }
+
+    std::int64_t Unary(bool active)
+    {
+        if (Take("-")) {
+            return Negated(Binary(kUnaryLevel, active));
+        }
+        if (Take("+")) {
+            return Binary(kUnaryLevel, active);
+        }
+        if (Take("~")) {
+            return ~Binary(kUnaryLevel, active);
+        }
+        if (Take("(")) {
+            const std::int64_t value = Choice(active);
+            Expect(")");
+            return value;
+        }
+        return Operand(active);
+    }
+
+    std::int64_t Operand(bool active)
+    {
+        SkipBlanks();
+        const char first = m_at < m_text.size() ? m_text[m_at] : '\0';
+        if (std::isdigit(static_cast<unsigned char>(first)) != 0) {
+            return Number();
+        }
+        if (std::isalpha(static_cast<unsigned char>(first)) == 0 && first != '_') {
+            throw Unreadable();
+        }
+        const std::string name = Word();
+        if (Take("(")) {
+            const std::int64_t argument = Choice(active);
+            Expect(")");
+            return Call(name, argument);
+        }
+        return active ? m_lookup(name) : 0;
+    }
+
+    std::int64_t Number()
+    {
+        const bool isHex = m_text.compare(m_at, 2, "0x") == 0 || m_text.compare(m_at, 2, "0X") == 0;
+        const char* begin = m_text.data() + m_at + (isHex ? 2 : 0);
+        std::uint64_t value = 0;
+        const auto [end, error] =
+            std::from_chars(begin, m_text.data() + m_text.size(), value, isHex ? 16 : 10);
+        const bool goesOn =
+            end != m_text.data() + m_text.size() &&
+            (std::isalnum(static_cast<unsigned char>(*end)) != 0 || *end == '.' || *end == '_');
+        if (error != std::errc() || goesOn) {
+            throw Unreadable();
+        }
+        m_at = static_cast<std::size_t>(end - m_text.data());
+        return Wrapped(value);
+    }
+
+    std::string Word()
+    {
+        const std::size_t begin = m_at;
+        while (m_at < m_text.size() && (std::isalnum(static_cast<unsigned char>(m_text[m_at])) != 0 ||
+                                        m_text[m_at] == '_' || m_text[m_at] == '.')) {
+            ++m_at;
+        }
+        return m_text.substr(begin, m_at - begin);
+    }
+
+    static std::int64_t Call(const std::string& name, std::int64_t argument)
+    {
+        if (name == "ABS") {
+            return argument < 0 ? Negated(argument) : argument;
+        }
+        if (name == "SGN") {
+            return argument == 0 ? 0 : (argument < 0 ? -1 : 1);
+        }
+        if (name == "NEG") {
+            return Negated(argument);
+        }
+        throw Failure("the function " + name + " isn't understood in integer formulas");
+    }
+
+    const std::string& m_text;
+    const VariableLookup& m_lookup;
+    std::size_t m_at = 0;
+    int m_depth = 0;
+};
+
+}  // namespace
+
+std::int64_t EvaluateFormula(const std::string& formula, const VariableLookup& lookup)
+{
+    return Reader(formula, lookup).ReadAll();
+}
+
+}  // namespace Tool

@@ -1,0 +1,18 @@
+/// A space of registers, addressed by the byte.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+namespace Tool {
+
+class IRegisterPort
+{
+public:
+    virtual ~IRegisterPort() = default;
+    /// Both move all bytes, in the order of the register's memory, or throw Failure.
+    virtual std::vector<std::uint8_t> Read(std::uint64_t address, std::size_t size) = 0;
+    virtual void Write(std::uint64_t address, const std::vector<std::uint8_t>& bytes) = 0;
+};
+
+}  // namespace Tool

@@ -1,0 +1,101 @@
+#include "gentl/RegisterAccess.h"
+
+#include "gentl/Failure.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+
+namespace Tool {
+namespace {
+
+constexpr std::uint64_t kDeviceMode = 0x0004;
+constexpr std::size_t kWordSize = 4;
+
+std::string AddressText(std::uint64_t address)
+{
+    char text[24];
+    std::snprintf(text, sizeof text, "0x%08llX", static_cast<unsigned long long>(address));
+    return text;
+}
+
+bool ParseNumber(const std::string& text, std::uint64_t& value)
+{
+    const bool isHex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+    const char* end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data() + (isHex ? 2 : 0), end, value, isHex ? 16 : 10);
+    return error == std::errc() && stop == end;
+}
+
+}  // namespace
+
+RegisterWrite ParseRegisterWrite(const std::string& text)
+{
+    const std::size_t sign = text.find('=');
+    std::uint64_t address = 0;
+    std::uint64_t value = 0;
+    if (sign == std::string::npos || !ParseNumber(text.substr(0, sign), address) ||
+        !ParseNumber(text.substr(sign + 1), value) || value > 0xFFFFFFFF) {
+        throw Failure("\"" + text + "\" isn't a register's address, =, and a 32-bit value",
+                      "Write numbers as 4096 or as 0x1000, such as 0x20014=1.");
+    }
+    return {address, static_cast<std::uint32_t>(value)};
+}
+
+RegisterAccess::RegisterAccess(const Producer& producer, GenTL::PORT_HANDLE hPort)
+    : m_producer(producer), m_hPort(hPort)
+{
+}
+
+std::vector<std::uint8_t> RegisterAccess::Read(std::uint64_t address, std::size_t size)
+{
+    std::vector<std::uint8_t> bytes(size);
+    m_producer.Check(m_producer->GCReadPort(m_hPort, address, bytes.data(), &size), "GCReadPort",
+                     "read " + std::to_string(bytes.size()) + " bytes at " + AddressText(address));
+    return bytes;
+}
+
+void RegisterAccess::Write(std::uint64_t address, const std::vector<std::uint8_t>& bytes)
+{
+    std::size_t size = bytes.size();
+    m_producer.Check(m_producer->GCWritePort(m_hPort, address, bytes.data(), &size), "GCWritePort",
+                     "write " + std::to_string(bytes.size()) + " bytes at " + AddressText(address));
+}
+
+std::uint32_t RegisterAccess::ReadWord(std::uint64_t address)
+{
+    std::vector<std::uint8_t> bytes = Read(address, kWordSize);
+    if (!IsBigEndian()) {
+        std::reverse(bytes.begin(), bytes.end());
+    }
+    std::uint32_t value = 0;
+    for (const std::uint8_t byte : bytes) {
+        value = value << 8 | byte;
+    }
+    return value;
+}
+
+void RegisterAccess::WriteWord(std::uint64_t address, std::uint32_t value)
+{
+    std::vector<std::uint8_t> bytes(kWordSize);
+    for (std::size_t i = 0; i < kWordSize; ++i) {
+        bytes[kWordSize - 1 - i] = static_cast<std::uint8_t>(value >> 8 * i);
+    }
+    if (!IsBigEndian()) {
+        std::reverse(bytes.begin(), bytes.end());
+    }
+    Write(address, bytes);
+}
+
+bool RegisterAccess::IsBigEndian()
+{
+    if (!m_isBigEndian) {
+        // The register's top bit says it. With the bit set the top byte comes first; with it clear, a byte
+        // that comes first can't have it set either: it is then the top byte itself, or the one that names
+        // the character set.
+        m_isBigEndian = (Read(kDeviceMode, kWordSize).front() & 0x80) != 0;
+    }
+    return *m_isBigEndian;
+}
+
+}  // namespace Tool
