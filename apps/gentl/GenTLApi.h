@@ -9,7 +9,7 @@ namespace Tool {
 // addition.
 // clang-format off
 #define TOOL_GENTL_FUNCTIONS(F)                                                                          \
-    F(GCInitLib) F(GCCloseLib) F(GCGetInfo) F(GCGetLastError)                                            \
+    F(GCInitLib) F(GCCloseLib) F(GCGetLastError)                                                         \
     F(GCReadPort) F(GCWritePort) F(GCGetPortURL) F(GCGetNumPortURLs) F(GCGetPortURLInfo)                 \
     F(GCRegisterEvent) F(GCUnregisterEvent) F(EventGetData)                                              \
     F(TLOpen) F(TLClose) F(TLUpdateInterfaceList) F(TLGetNumInterfaces) F(TLGetInterfaceID)              \

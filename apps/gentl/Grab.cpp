@@ -194,8 +194,8 @@ public:
         table.Add({"images", std::to_string(m_statistics.Images())});
         table.Add({"incomplete", std::to_string(m_statistics.Incomplete())});
         table.Add({"lost", std::to_string(m_statistics.Lost())});
-        if (const std::uint64_t starved = std::min(m_underruns, m_statistics.Lost()); starved != 0) {
-            table.Add({"  for want of a free buffer", std::to_string(starved)});
+        if (Starved() != 0) {
+            table.Add({"  for want of a free buffer", std::to_string(Starved())});
         }
         table.Add({"frame rate", Rate(m_statistics.FrameRate(), 1, "/s")});
         table.Add({"data rate", Rate(m_statistics.BytesPerSecond(), 1e6, "MB/s")});
@@ -206,13 +206,33 @@ public:
         table.Print(std::cout);
     }
 
+    /// What helps against damage, if there is any.
+    void Advise() const
+    {
+        if (Starved() != 0) {
+            Note("images came when no buffer was free: more --buffers or a faster disk would help");
+        }
+        if (m_areTooLarge) {
+            Note("images were larger than their buffers: see --payload-size");
+        } else if (m_statistics.Incomplete() != 0 || m_statistics.Lost() > Starved()) {
+            Note(
+                "packets were lost on the way: larger socket buffers (sysctl net.core.rmem_default), a delay "
+                "between "
+                "the camera's packets or a lower frame rate would help");
+        }
+    }
+
 private:
+    /// Lost images that found no buffer.
+    std::uint64_t Starved() const { return std::min(m_underruns, m_statistics.Lost()); }
+
     bool IsComplete() const { return m_options.count != 0 && m_statistics.Images() >= m_options.count; }
 
     void Take(GenTL::BUFFER_HANDLE hBuffer, Statistics::Clock::time_point now)
     {
         const Image image = m_stream.Look(hBuffer);
         m_statistics.Count(image, now);
+        m_areTooLarge = m_areTooLarge || image.isTooLarge;
         if (!image.isIncomplete) {
             m_picture = image;
         }
@@ -240,6 +260,7 @@ private:
     const GrabOptions& m_options;
     Statistics m_statistics;
     std::uint64_t m_underruns = 0;
+    bool m_areTooLarge = false;
     Image m_picture;
     std::optional<ImageSaver> m_saver;
 };
@@ -297,6 +318,7 @@ int Grab(const Producer& producer, const GrabOptions& options)
         throw;
     }
     reception.Print();
+    reception.Advise();
     return reception.Code();
 }
 

@@ -17,6 +17,7 @@ struct Image
     std::uint64_t pixelFormat = 0;
     std::uint64_t id = 0;  ///< the camera's count of its images; 0 when not known
     bool isIncomplete = false;
+    bool isTooLarge = false;  ///< for its buffer
 };
 
 }  // namespace Tool

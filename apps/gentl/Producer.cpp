@@ -34,8 +34,9 @@ void Producer::CloseLibrary::operator()(void* library) const
     ::dlclose(library);
 }
 
+// A thread may hold state that a producer cleans up when the thread ends: the code for it stays mapped.
 Producer::Producer(const std::filesystem::path& library)
-    : m_library(::dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL))
+    : m_library(::dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE))
 {
     if (m_library == nullptr) {
         throw Failure("can't load the producer " + library.string(), "Name another one with --producer.",

@@ -19,36 +19,26 @@ constexpr const char* kOwnLibrary[] = {"libgentl.so", "../libgentl.so",
                                        "../" TOOL_INSTALL_LIBDIR "/gentl/libgentl.so",
                                        "../lib/gentl/libgentl.so"};
 
-std::vector<fs::path> ProducersIn(const fs::path& folder)
+/// All *.cti in the folders of the variable, folder by folder.
+std::vector<fs::path> Installed()
 {
+    const char* folders = std::getenv(kSearchVariable);
+    std::istringstream list(folders != nullptr ? folders : "");
     std::vector<fs::path> found;
-    std::error_code ignored;
-    for (const fs::directory_entry& entry : fs::directory_iterator(folder, ignored)) {
-        if (entry.path().extension() == ".cti") {
-            found.push_back(entry.path());
+    for (std::string folder; std::getline(list, folder, ':');) {
+        const auto begin = static_cast<std::ptrdiff_t>(found.size());
+        std::error_code ignored;
+        for (const fs::directory_entry& entry : fs::directory_iterator(folder, ignored)) {
+            if (entry.path().extension() == ".cti") {
+                found.push_back(entry.path());
+            }
         }
+        std::sort(found.begin() + begin, found.end());
     }
-    std::sort(found.begin(), found.end());
     return found;
 }
 
-/// Empty when the variable is not set.
-fs::path FromVariable()
-{
-    const char* folders = std::getenv(kSearchVariable);
-    if (folders == nullptr || *folders == '\0') {
-        return {};
-    }
-    std::istringstream list(folders);
-    for (std::string folder; std::getline(list, folder, ':');) {
-        if (const std::vector<fs::path> found = ProducersIn(folder); !found.empty()) {
-            return found.front();
-        }
-    }
-    throw Failure(std::string("no *.cti file in the folders of ") + kSearchVariable + " (" + folders + ")",
-                  "Unset the variable to take the producer that belongs to this program, or use --producer.");
-}
-
+/// Empty when there is none.
 fs::path Own()
 {
     std::error_code error;
@@ -59,20 +49,30 @@ fs::path Own()
             return path;
         }
     }
-    throw Failure(
-        "no libgentl.so beside this program",
-        std::string("Name a producer with --producer FILE or its folder in ") + kSearchVariable + ".");
+    return {};
 }
 
 }  // namespace
 
-std::filesystem::path FindProducer(const std::string& given)
+fs::path FindProducer(const std::string& given)
 {
-    if (!given.empty()) {
-        return fs::absolute(given);  // a bare name must not be looked up in the system's library folders
+    std::error_code error;
+    if (fs::path(given).has_parent_path() || fs::exists(given, error)) {
+        return fs::absolute(given);  // a bare name would be looked up in the system's library folders
     }
-    const fs::path named = FromVariable();
-    return named.empty() ? Own() : named;
+    if (const fs::path own = Own(); given.empty() && !own.empty()) {
+        return own;
+    }
+    for (const fs::path& path : Installed()) {
+        if (given.empty() || path.filename() == given) {
+            return path;
+        }
+    }
+    throw Failure(
+        given.empty() ? "no libgentl.so beside this program, and no *.cti in the folders of " +
+                            std::string(kSearchVariable)
+                      : "no " + given + " here nor in the folders of " + kSearchVariable,
+        std::string("Name a producer with --producer FILE, or its folder in ") + kSearchVariable + ".");
 }
 
 }  // namespace Tool

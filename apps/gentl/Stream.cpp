@@ -124,6 +124,7 @@ Image Stream::Look(GenTL::BUFFER_HANDLE hBuffer) const
     image.pixelFormat = number(GenTL::BUFFER_INFO_PIXELFORMAT);
     image.id = number(GenTL::BUFFER_INFO_FRAMEID);
     image.isIncomplete = number(GenTL::BUFFER_INFO_IS_INCOMPLETE) != 0;
+    image.isTooLarge = number(GenTL::BUFFER_INFO_DATA_LARGER_THAN_BUFFER) != 0;
     return image;
 }
 

@@ -33,10 +33,9 @@ struct CommandLine
 void AddProducer(CLI::App& command, CommandLine& line)
 {
     command
-        .add_option(
-            "--producer", line.producer,
-            "GenTL Producer to load; else the first *.cti in the folders of GENICAM_GENTL64_PATH, else "
-            "the library that belongs to this program")
+        .add_option("--producer", line.producer,
+                    "GenTL Producer to load: a path, or a name in the folders of GENICAM_GENTL64_PATH; else "
+                    "the library that belongs to this program")
         ->type_name("FILE");
     command
         .add_option("--discovery-time", line.discoveryMilliseconds,

@@ -14,6 +14,7 @@
 #include <cmath>
 #include <limits>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace GenTL {
@@ -207,9 +208,11 @@ int HALGvsp::Start(IHALGev* hal, void* device, StreamStartParams& params)
         return StoreName(GC_ERR_INVALID_HANDLE);
     }
     unsigned scps = 0;
-    for (const auto& [address, pValue] : {
-             std::pair(sk_addrGvspCaps, &m_gvspCapabilities), {sk_addrScps, &scps}
-    }) {
+    const std::pair<unsigned, unsigned*> registers[] = {
+        {sk_addrGvspCaps, &m_gvspCapabilities},
+        {sk_addrScps,     &scps              },
+    };
+    for (const auto& [address, pValue] : registers) {
         if (const int code = hal->ReadReg(device, address, *pValue); code != GC_ERR_SUCCESS) {
             LogError("GenTL::HALGvsp::Start ReadReg {0}", address);
             return AppendName(code);

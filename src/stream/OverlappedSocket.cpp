@@ -233,7 +233,7 @@ int OverlappedSocket::Close()
 
 int OverlappedSocket::SetTimeout(int ms)
 {
-    const timeval timeout{ms / 1000, ms % 1000 * 1000};
+    const timeval timeout{ms / 1000, ms % 1000 * 1000L};
     if (setsockopt(m_socket, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout) != 0) {
         HLogger::Error("GenTL::CommSocket::SetTimeout", errno);
         return StoreName(GC_ERR_ABORT);
