@@ -1,0 +1,380 @@
+/// The logic of the command line tool that needs no camera: descriptions, pixels, counting, log records.
+#include "gentl/Description.h"
+#include "gentl/DescriptionSource.h"
+#include "gentl/Failure.h"
+#include "gentl/Formula.h"
+#include "gentl/ImageSaver.h"
+#include "gentl/ImageWriter.h"
+#include "gentl/LogReceiver.h"
+#include "gentl/PixelFormat.h"
+#include "gentl/Statistics.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <png.h>
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace Tool {
+namespace {
+
+using testing::HasSubstr;
+
+/// A camera's registers, byte by byte.
+class FakePort : public IRegisterPort
+{
+public:
+    std::vector<std::uint8_t> Read(std::uint64_t address, std::size_t size) override
+    {
+        std::vector<std::uint8_t> bytes;
+        for (std::size_t i = 0; i < size; ++i) {
+            const auto found = m_bytes.find(address + i);
+            if (found == m_bytes.end()) {
+                throw Failure("no register", "hint", "stack");
+            }
+            bytes.push_back(found->second);
+        }
+        return bytes;
+    }
+
+    void Write(std::uint64_t address, const std::vector<std::uint8_t>& bytes) override
+    {
+        for (const std::uint8_t byte : bytes) {
+            m_bytes[address++] = byte;
+        }
+    }
+
+private:
+    std::map<std::uint64_t, std::uint8_t> m_bytes;
+};
+
+constexpr char kXml[] = R"(<?xml version="1.0"?>
+<RegisterDescription ModelName="m">
+ <Group Comment="nested">
+  <Integer Name="Width"><pValue>WidthReg</pValue><pValueCopy>WidthCopy</pValueCopy></Integer>
+  <IntReg Name="WidthReg"><Address>0x100</Address><Length>4</Length><AccessMode>RW</AccessMode><pPort>Device</pPort>
+   <Sign>Unsigned</Sign><Endianess>BigEndian</Endianess></IntReg>
+ </Group>
+ <IntReg Name="WidthCopy"><Address>0x120</Address><Length>2</Length><pPort>Device</pPort>
+  <Endianess>LittleEndian</Endianess></IntReg>
+ <MaskedIntReg Name="Field"><pAddress>Base</pAddress><Address>4</Address><Length>4</Length><pPort>Device</pPort>
+  <LSB>23</LSB><MSB>16</MSB><Sign>Signed</Sign><Endianess>BigEndian</Endianess></MaskedIntReg>
+ <Integer Name="Base"><Value>0x100</Value></Integer>
+ <StructReg Comment="s"><Address>0x108</Address><Length>4</Length><pPort>Device</pPort><Endianess>LittleEndian</Endianess>
+  <StructEntry Name="Low"><LSB>0</LSB><MSB>3</MSB></StructEntry>
+  <StructEntry Name="Flag"><Bit>31</Bit></StructEntry></StructReg>
+ <Enumeration Name="PixelFormat"><EnumEntry Name="Mono8"><Value>0x01080001</Value></EnumEntry>
+  <EnumEntry Name="Mono16"><Value>0x01100007</Value></EnumEntry><pValue>FormatReg</pValue></Enumeration>
+ <IntReg Name="FormatReg"><Address>0x10C</Address><Length>4</Length><pPort>Device</pPort>
+  <Endianess>BigEndian</Endianess></IntReg>
+ <IntSwissKnife Name="PayloadSize"><pVariable Name="W">Width</pVariable><Constant Name="H">480</Constant>
+  <Expression Name="BYTES">W * H</Expression><pVariable Name="F">FormatReg</pVariable>
+  <Formula>BYTES * (((F &gt;&gt; 16) &amp; 0xFF) / 8)</Formula></IntSwissKnife>
+ <IntConverter Name="Exposure"><FormulaTo>FROM / 10</FormulaTo><FormulaFrom>TO * 10</FormulaFrom>
+  <pValue>WidthReg</pValue></IntConverter>
+ <Command Name="AcquisitionStart"><pValue>CommandReg</pValue><CommandValue>7</CommandValue></Command>
+ <IntReg Name="CommandReg"><Address>0x110</Address><pIndex Offset="4">Selector</pIndex><Length>4</Length>
+  <AccessMode>WO</AccessMode><pPort>Device</pPort><Endianess>BigEndian</Endianess></IntReg>
+ <Integer Name="Selector"><Value>0</Value></Integer>
+ <Integer Name="Selected"><pIndex>Selector</pIndex><ValueIndexed Index="1">11</ValueIndexed>
+  <pValueIndexed Index="2">WidthReg</pValueIndexed><ValueDefault>99</ValueDefault></Integer>
+ <IntReg Name="ReadOnly"><Address>0x100</Address><Length>4</Length><AccessMode>RO</AccessMode><pPort>Device</pPort></IntReg>
+ <IntReg Name="Nowhere"><Address>0x900</Address><Length>4</Length><pPort>Device</pPort></IntReg>
+ <IntReg Name="Huge"><Address>0x100</Address><Length>4096</Length><pPort>Device</pPort></IntReg>
+ <MaskedIntReg Name="BadBit"><Address>0x100</Address><Length>4</Length><pPort>Device</pPort>
+  <LSB>32</LSB><MSB>0</MSB></MaskedIntReg>
+ <IntReg Name="InChunk"><Address>0</Address><Length>4</Length><pPort>Chunk</pPort></IntReg>
+ <Float Name="Gain"><pValue>WidthReg</pValue></Float>
+ <Integer Name="ViaFloat"><pValue>Gain</pValue></Integer>
+ <Integer Name="Circle"><pValue>Circle2</pValue></Integer><Integer Name="Circle2"><pValue>Circle</pValue></Integer>
+ <IntSwissKnife Name="OwnEcho"><Expression Name="E">E + E</Expression><Formula>E</Formula></IntSwissKnife>
+ <Port Name="Device"/><Port Name="Chunk"><ChunkID>1</ChunkID></Port>
+</RegisterDescription>)";
+
+class DescriptionTest : public testing::Test
+{
+protected:
+    DescriptionTest()
+    {
+        m_port.Write(0x100, {0x00, 0x00, 0x02, 0x80, 0x12, 0x34, 0xFE, 0x78, 0x85, 0x00, 0x00, 0x80});
+        m_port.Write(0x10C, {0x01, 0x08, 0x00, 0x01});
+    }
+
+    FakePort m_port;
+    Description m_description{kXml, m_port};
+};
+
+// Would catch bits counted from the wrong end, wrong byte order, lost signs, and addresses not summed up.
+TEST_F(DescriptionTest, ReadsValues)
+{
+    const std::map<std::string, std::int64_t> values = {
+        {"Width",       640       },
+        {"Field",       -2        },
+        {"Low",         5         },
+        {"Flag",        1         },
+        {"PayloadSize", 640 * 480 },
+        {"PixelFormat", 0x01080001},
+        {"Exposure",    6400      },
+        {"Selected",    99        },
+        {"Selector",    0         },
+    };
+    for (const auto& [name, value] : values) {
+        EXPECT_EQ(m_description.GetInteger(name), value) << name;
+    }
+    EXPECT_EQ(m_description.GetEnumeration("PixelFormat"), "Mono8");
+}
+
+TEST_F(DescriptionTest, WritesValuesAndNothingBesideThem)
+{
+    m_description.SetInteger("Width", 0x1234);
+    EXPECT_EQ(m_port.Read(0x100, 4), (std::vector<std::uint8_t>{0, 0, 0x12, 0x34}));
+    EXPECT_EQ(m_port.Read(0x120, 2), (std::vector<std::uint8_t>{0x34, 0x12}));
+    m_description.SetInteger("Field", -128);
+    EXPECT_EQ(m_port.Read(0x104, 4), (std::vector<std::uint8_t>{0x12, 0x34, 0x80, 0x78}));
+    m_description.SetInteger("Flag", 0);
+    EXPECT_EQ(m_port.Read(0x108, 4), (std::vector<std::uint8_t>{0x85, 0, 0, 0}));
+    m_description.SetEnumeration("PixelFormat", "Mono16");
+    EXPECT_EQ(m_description.GetInteger("PayloadSize"), 0x1234 * 480 * 2);
+    m_description.SetInteger("Selector", 1);
+    m_description.Execute("AcquisitionStart");
+    EXPECT_EQ(m_port.Read(0x114, 4), (std::vector<std::uint8_t>{0, 0, 0, 7}));
+    EXPECT_EQ(m_description.GetInteger("Selected"), 11);
+    m_description.SetInteger("Selector", 2);
+    m_description.SetInteger("Selected", 50);
+    EXPECT_EQ(m_description.GetInteger("Exposure"), 500);
+    m_description.SetInteger("Exposure", 90);
+    EXPECT_EQ(m_description.GetInteger("Width"), 9);
+}
+
+template <typename Action>
+std::string MessageOf(Action action)
+{
+    try {
+        action();
+    } catch (const Failure& failure) {
+        return failure.Report();
+    }
+    return "no failure";
+}
+
+TEST_F(DescriptionTest, SaysWhatItCannotResolve)
+{
+    const std::pair<const char*, const char*> reads[] = {
+        {"Missing",  "no Missing"                                },
+        {"ViaFloat", "ViaFloat -> Gain: it is of the kind Float" },
+        {"Nowhere",  "no register\n    stack\n  what to do: hint"},
+        {"Huge",     "4096 bytes"                                },
+        {"BadBit",   "no bit 32"                                 },
+        {"InChunk",  "outside the camera's registers"            },
+        {"Circle",   "without end"                               },
+        {"OwnEcho",  "without end"                               },
+    };
+    for (const auto& [name, words] : reads) {
+        EXPECT_THAT(MessageOf([&, feature = name] { m_description.GetInteger(feature); }), HasSubstr(words));
+    }
+    EXPECT_THAT(MessageOf([this] { m_description.SetInteger("ReadOnly", 1); }), HasSubstr("read-only"));
+    EXPECT_THAT(MessageOf([this] { m_description.SetInteger("Width", -1); }), HasSubstr("doesn't fit"));
+    EXPECT_THAT(MessageOf([this] { m_description.SetInteger("Field", 128); }), HasSubstr("doesn't fit"));
+    EXPECT_THAT(MessageOf([this] { m_description.SetEnumeration("PixelFormat", "RGB8"); }),
+                HasSubstr("RGB8"));
+    EXPECT_THAT(MessageOf([this] { Description("<a/>", m_port); }), HasSubstr("RegisterDescription"));
+    EXPECT_THAT(MessageOf([this] { Description("no XML", m_port); }), HasSubstr("XML"));
+    EXPECT_EQ(m_description.GetInteger("Width"), 640);  // a failure leaves nothing behind
+}
+
+TEST(Formula, FollowsThePrecedenceOfOperators)
+{
+    const std::pair<const char*, std::int64_t> cases[] = {
+        {"1 + 2 * 3",                              7        },
+        {"(1 + 2) * 3",                            9        },
+        {"10 - 4 - 3",                             3        },
+        {"2 ** 3 ** 2",                            512      },
+        {"-2 ** 2",                                -4       },
+        {"~0 & 0xF0 | 1",                          0xF1     },
+        {"1 << 4 >> 2",                            4        },
+        {"X = 5 && X <> 4 ? 10 : 1 / 0",           10       },
+        {"X > 5 ? 1 : X >= 5 ? 2 : 3",             2        },
+        {"ABS(-7) + SGN(-3) - NEG(2)",             8        },
+        {"0x7FFFFFFFFFFFFFFF + 1",                 INT64_MIN},
+        {"(0 - 0x7FFFFFFFFFFFFFFF - 1) / (0 - 1)", INT64_MIN},
+        {"1 << 64",                                0        },
+        {"0 - 1 >> 70",                            -1       },
+    };
+    for (const auto& [formula, value] : cases) {
+        EXPECT_EQ(EvaluateFormula(formula, [](const std::string&) { return 5; }), value) << formula;
+    }
+    const std::string bad[] = {"",
+                               "1 +",
+                               "1 / 0",
+                               "5 % 0",
+                               "(1",
+                               "1 2",
+                               "1.5",
+                               "1 ? 2",
+                               "SIN(1)",
+                               "99999999999999999999",
+                               "0x",
+                               "$",
+                               std::string(100000, '('),
+                               std::string(100000, '-')};
+    for (const std::string& formula : bad) {
+        EXPECT_THROW(EvaluateFormula(formula, [](const std::string&) { return 5; }), Failure)
+            << formula.substr(0, 20);
+    }
+}
+
+TEST(DescriptionUrl, NamesAPlaceInTheCameraOrIsRefused)
+{
+    const LocalUrl url = ParseLocalUrl("Local:///dir/cam.xml;0x10000;1F4?SchemaVersion=1.1.0");
+    EXPECT_EQ(url.fileName, "dir/cam.xml");
+    EXPECT_EQ(url.address, 0x10000u);
+    EXPECT_EQ(url.length, 0x1F4u);
+    for (const char* bad :
+         {"", "local:", "local:a.xml", "local:a.xml;10", "local:a.xml;10;", "local:a.xml;zz;10",
+          "local:a.xml;10;0", "local:a.xml;10;FFFFFFFF", "file:///a.xml", "http://host/a.xml"}) {
+        EXPECT_THROW(ParseLocalUrl(bad), Failure) << bad;
+    }
+    EXPECT_THROW(RequirePlainXml(std::string("PK\x03\x04rest")), Failure);
+}
+
+Image MakeImage(const std::vector<std::uint8_t>& bytes,
+                std::uint64_t width,
+                std::uint64_t height,
+                std::uint64_t format)
+{
+    Image image;
+    image.pData = bytes.data();
+    image.memorySize = bytes.size();
+    image.sizeFilled = bytes.size();
+    image.width = width;
+    image.height = height;
+    image.pixelFormat = format;
+    return image;
+}
+
+// Would catch swapped nibbles and lines that don't follow each other within a byte.
+TEST(PixelFormats, AreUnpackedSampleBySample)
+{
+    using Samples = std::vector<std::uint16_t>;
+    struct Case
+    {
+        std::uint32_t format;
+        std::vector<std::uint8_t> bytes;
+        Samples samples;
+    };
+    const Case cases[] = {
+        {0x01100005, {0x34, 0x02, 0xFF, 0x0F, 0x01, 0x00}, {0x2340, 0xFFF0, 0x0010}}, // Mono12
+        {0x010C0047, {0x34, 0x12, 0xAB, 0xEF, 0x0C},       {0x2340, 0xAB10, 0xCEF0}}, // Mono12p
+        {0x010A0046, {0x01, 0xFC, 0x2F, 0x00},             {0x0040, 0xFFC0, 0x0080}}, // Mono10p
+        {0x010C0006, {0x12, 0x63, 0x45, 0xAB, 0x0C},       {0x1230, 0x4560, 0xABC0}}, // Mono12Packed
+        {0x010C0004, {0xFF, 0x23, 0x80, 0x01, 0x01},       {0xFFC0, 0x8080, 0x0140}}, // Mono10Packed
+    };
+    for (const Case& c : cases) {
+        const PixelFormat* pFormat = FindPixelFormat(c.format);
+        ASSERT_NE(pFormat, nullptr);
+        EXPECT_EQ(Unpack(*pFormat, MakeImage(c.bytes, 1, 3, c.format)), c.samples) << pFormat->name;
+        std::vector<std::uint8_t> tooShort(c.bytes.begin(), c.bytes.end() - 1);
+        EXPECT_THROW(Unpack(*pFormat, MakeImage(tooShort, 1, 3, c.format)), Failure) << pFormat->name;
+    }
+    EXPECT_THROW(Unpack(*FindPixelFormat(0x01100005), MakeImage({1, 2}, UINT64_MAX, UINT64_MAX, 0x01100005)),
+                 Failure);
+}
+
+TEST(Png, ShowsWhatTheCameraSent)
+{
+    // Two padded lines of two pixels BGR8; the file has them as RGB.
+    const std::vector<std::uint8_t> bytes = {3, 2, 1, 6, 5, 4, 0xEE, 9, 8, 7, 12, 11, 10};
+    Image image = MakeImage(bytes, 2, 2, 0x02180015);
+    image.linePadding = 1;
+    WritePng("bgr.png", image);
+    png_image png{};
+    png.version = PNG_IMAGE_VERSION;
+    ASSERT_NE(png_image_begin_read_from_file(&png, "bgr.png"), 0);
+    png.format = PNG_FORMAT_RGB;
+    std::vector<std::uint8_t> read(PNG_IMAGE_SIZE(png));
+    ASSERT_NE(png_image_finish_read(&png, nullptr, read.data(), 0, nullptr), 0);
+    EXPECT_EQ(read, (std::vector<std::uint8_t>{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}));
+
+    image.memorySize = bytes.size() - 1;
+    EXPECT_THROW(WritePng("bad.png", image), Failure);
+    image.pixelFormat = 0x12345678;
+    EXPECT_THAT(MessageOf([&] { WritePng("bad.png", image); }), HasSubstr("--raw"));
+}
+
+TEST(ImageSaverTest, GivesEveryBufferBackAndTellsTheFirstFailure)
+{
+    std::atomic<unsigned> returned{0};
+    ImageSaver saver(
+        [](const Image&, std::uint64_t number) {
+            if (number == 3) {
+                throw Failure("disk full");
+            }
+        },
+        [&](void*) { ++returned; });
+    for (std::uint64_t i = 1; i <= 3; ++i) {
+        saver.Save({}, i, nullptr);
+    }
+    EXPECT_THROW(saver.Finish(), Failure);
+    EXPECT_EQ(returned, 3u);
+    EXPECT_THROW(saver.Save({}, 4, nullptr), Failure);
+}
+
+TEST(StatisticsTest, CountsWhatIsMissing)
+{
+    struct Case
+    {
+        const char* name;
+        std::vector<std::uint64_t> ids;
+        std::uint64_t lost;
+    };
+    const Case cases[] = {
+        {"none",      {1, 2, 3},            0                },
+        {"first",     {3, 4},               2                },
+        {"gap",       {1, 5},               3                },
+        {"late",      {1, 3, 2, 4},         0                },
+        {"not known", {0, 0},               0                },
+        {"16 bits",   {65533, 65535, 1, 3}, 65532 + 1 + 0 + 1},
+        {"64 bits",   {0x10000, 0x10002},   0xFFFF + 1       },
+    };
+    for (const Case& c : cases) {
+        Statistics statistics;
+        for (const std::uint64_t id : c.ids) {
+            Image image;
+            image.id = id;
+            statistics.Count(image, {});
+        }
+        EXPECT_EQ(statistics.Lost(), c.lost) << c.name;
+    }
+}
+
+TEST(StatisticsTest, MeasuresFromTheFirstImageToTheLast)
+{
+    Statistics statistics;
+    Image image;
+    image.sizeFilled = 1000;
+    EXPECT_FALSE(statistics.FrameRate());
+    for (int i = 0; i <= 4; ++i) {
+        statistics.Count(image, Statistics::Clock::time_point(std::chrono::milliseconds(500 * i)));
+    }
+    EXPECT_DOUBLE_EQ(*statistics.FrameRate(), 2.0);
+    EXPECT_DOUBLE_EQ(*statistics.BytesPerSecond(), 2000.0);
+}
+
+TEST(LogRecord, IsShownInOneLineOrAsItCame)
+{
+    EXPECT_THAT(
+        FormatLogRecord(R"({"level":200,"message":"text","module":"HAL","timestamp":"1234","userid":"u"})"),
+        testing::AllOf(HasSubstr(".234"), HasSubstr("ERROR"), HasSubstr("HAL"), HasSubstr("[u] text")));
+    for (const char* odd : {"", "no json", "[1]", "\xFF"}) {
+        EXPECT_EQ(FormatLogRecord(odd), odd);
+    }
+    EXPECT_THAT(FormatLogRecord(R"({"level":"x","message":7})"), HasSubstr("0"));
+}
+
+}  // namespace
+}  // namespace Tool

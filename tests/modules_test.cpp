@@ -1,0 +1,981 @@
+/// The module tree over a scripted control layer: ports, System, Interface, and the record of what is open.
+#include "LogConfigFile.h"
+#include "device/ProtectedDeviceRegistry.h"
+#include "device/ProtectedSet.h"
+#include "frame/Error.h"
+#include "frame/GenTLHandle.h"
+#include "gev/GvcpCommand.h"
+#include "gev/HALGev.h"
+#include "gev/Handles.h"
+#include "modules/FileUtility.h"
+#include "modules/InterfaceGev.h"
+#include "modules/System.h"
+#include "modules/ThreadPriority.h"
+#include "sim/TestNet.h"
+#include "xml/LocalXml.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <pthread.h>
+#include <sched.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <deque>
+#include <functional>
+#include <future>
+#include <map>
+#include <thread>
+
+using namespace GenTL;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+using testing::StartsWith;
+
+namespace {
+
+using Devices = std::vector<std::tuple<std::string, unsigned>>;
+
+/// What the control layer is to answer, and what it was asked. Outlives the layer, which the System deletes.
+struct HalScript
+{
+    std::vector<std::string> interfaces = {"0000c0a80101", "00000a000001"};
+    Devices devices = {
+        {"CAM1", 1},
+        {"CAM2", 2},
+    };
+    int interfacesCode = 0;
+    int idCode = 0;
+    int numbersCode = 0;
+    int devicesCode = 0;
+    int recordCode = 0;
+    int serialCode = 0;
+    int forceCode = 0;
+    int registerCode = 0;
+    std::function<void()> duringDiscovery = [] {};
+    std::map<std::string, int> closeCodes;
+
+    std::deque<std::string> adapters;  // the handles are their addresses
+    std::vector<std::string> closed;
+    std::vector<std::string> openedDevices;
+    std::deque<DeviceHandle> deviceHandles;
+    int closedDevices = 0;
+    long timeoutMs = 0;
+    std::vector<unsigned> forced;
+    bool isDeleted = false;
+};
+
+/// HALGev answers what isn't scripted here, such as the identity of an open device.
+class ScriptedHal : public HALGev
+{
+public:
+    explicit ScriptedHal(HalScript& script) : m_script(script) {}
+    ~ScriptedHal() override { m_script.isDeleted = true; }
+
+    int GetInterfaces(std::vector<std::string>& ids) override
+    {
+        ids.insert(ids.end(), m_script.interfaces.begin(), m_script.interfaces.end());
+        return m_script.interfacesCode;
+    }
+    int OpenInterface(const std::string& id, void** adapterHandle) override
+    {
+        *adapterHandle = &m_script.adapters.emplace_back(id);
+        return 0;
+    }
+    int CloseInterface(void* adapterHandle) override
+    {
+        const std::string id = *static_cast<std::string*>(adapterHandle);
+        m_script.closed.push_back(id);
+        return m_script.closeCodes.count(id) != 0 ? Store(m_script.closeCodes[id]) : 0;
+    }
+    int GetInterfaceId(void* adapterHandle, std::string& id) override
+    {
+        id = *static_cast<std::string*>(adapterHandle);
+        return m_script.idCode;
+    }
+    int GetDevices(void*, Devices& devices, long timeoutMs) override
+    {
+        m_script.timeoutMs = timeoutMs;
+        m_script.duringDiscovery();
+        devices.insert(devices.end(), m_script.devices.begin(), m_script.devices.end());
+        return m_script.devicesCode;
+    }
+    int OpenDevice(void*, const std::string& deviceId, void** deviceHandle) override
+    {
+        m_script.openedDevices.push_back(deviceId);
+        DeviceHandle& device = m_script.deviceHandles.emplace_back();
+        std::copy(deviceId.begin(), deviceId.end(), device.m_record.begin() + RecordField::kSerialNumber);
+        *deviceHandle = ToHandle(&device);
+        return 0;
+    }
+    int CloseDevice(void*) override
+    {
+        ++m_script.closedDevices;
+        return 0;
+    }
+    int ReadReg(void*, unsigned, unsigned&) override { return m_script.registerCode; }
+    int SetDeviceTimeout(void*, int) override { return 0; }
+    int ForceIP(
+        void*, unsigned short macHigh, unsigned macLow, unsigned ip, unsigned mask, unsigned gateway) override
+    {
+        m_script.forced = {macHigh, macLow, ip, mask, gateway};
+        return m_script.forceCode;
+    }
+
+    int GetMACAddress(void*, long& mac) override { return Number(mac, 0x0102030405FF); }
+    int GetIPAddress(void*, long& ip) override { return Number(ip, 0xC0A80101); }
+    int GetSubnetMask(void*, long& mask) override { return Number(mask, 0xFFFFFF00); }
+
+    using Id = const std::string&;
+    int GetModelName(void*, Id id, std::string& text) override { return Record(text, "model " + id); }
+    int GetVendorName(void*, Id id, std::string& text) override { return Record(text, "vendor " + id); }
+    int GetUserDefinedName(void*, Id id, std::string& text) override { return Record(text, "user " + id); }
+    int GetDeviceVersion(void*, Id id, std::string& text) override { return Record(text, "version " + id); }
+    int GetSerialNumber(void*, Id id, std::string& text) override
+    {
+        return m_script.serialCode != 0 ? m_script.serialCode : Record(text, "serial " + id);
+    }
+    int GetDevIPAddress(void*, Id, long& ip) override { return Record(ip, 0xC0A80105L); }
+    int GetDevSubnetMask(void*, Id, long& mask) override { return Record(mask, 0xFFFF0000L); }
+    int GetDevDefaultGateway(void*, Id, long& gateway) override { return Record(gateway, 0xC0A801FEL); }
+    int GetDevMACAddress(void*, Id, long& mac) override { return Record(mac, 0xFFEEDDCCBBAAL); }
+    int GetDevIpConfigDHCP(void*, Id, bool& isOn) override { return Record(isOn, true); }
+    int GetDevIpConfigPersistentIp(void*, Id, bool& isOn) override { return Record(isOn, false); }
+    int GetDevIpConfigLLA(void*, Id, bool& isOn) override { return Record(isOn, true); }
+
+private:
+    int Number(long& out, long value) const
+    {
+        out = value;
+        return m_script.numbersCode;
+    }
+    template <typename T>
+    int Record(T& out, const T& value) const
+    {
+        out = value;
+        return m_script.recordCode;
+    }
+
+    HalScript& m_script;
+};
+
+// ---- Errors and info answers
+
+struct Line
+{
+    int code;
+    std::string text;
+};
+
+/// The thread's error stack, newest first, and forgets it.
+std::vector<Line> TakeStack()
+{
+    Error e;
+    ErrorCache::GetErrorCache()->Pop(e);
+    std::vector<Line> lines;
+    Line line{};
+    std::string name;
+    while (e.PopError(line.code, name, line.text) == 0) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+/// The call has just failed with this one line, raised in the name of function.
+void ExpectRaised(int code, int answered, const std::string& function, const std::string& text)
+{
+    SCOPED_TRACE(text);
+    EXPECT_EQ(code, answered);
+    const std::vector<Line> stack = TakeStack();
+    ASSERT_THAT(stack, SizeIs(1));
+    EXPECT_EQ(code, stack[0].code);
+    EXPECT_THAT(stack[0].text, StartsWith(function + "():"));
+    EXPECT_THAT(stack[0].text, EndsWith(": " + text));
+}
+
+template <typename T>
+std::string Printed(const std::vector<char>& bytes)
+{
+    T value{};
+    EXPECT_EQ(sizeof value, bytes.size());
+    std::memcpy(&value, bytes.data(), std::min(sizeof value, bytes.size()));
+    return std::to_string(value);
+}
+
+struct Info
+{
+    int command;
+    int type;
+    std::string value;
+};
+
+/// Asks for the size, with one byte too few, and with just enough.
+template <typename Get>
+void ExpectInfo(const std::vector<Info>& rows, Get get)
+{
+    for (const Info& row : rows) {
+        SCOPED_TRACE("command " + std::to_string(row.command));
+        int type = -1;
+        unsigned long size = 0;
+        ASSERT_EQ(0, get(row.command, &type, nullptr, &size));
+        EXPECT_EQ(row.type, type);
+        ASSERT_GT(size, 0U);
+        std::vector<char> bytes(size);
+        unsigned long less = size - 1;
+        EXPECT_EQ(GC_ERR_BUFFER_TOO_SMALL, get(row.command, &type, bytes.data(), &less));
+        EXPECT_EQ(size - 1, less);
+        ASSERT_EQ(0, get(row.command, &type, bytes.data(), &size));
+        switch (row.type) {
+            case INFO_DATATYPE_STRING:
+                EXPECT_EQ(row.value + '\0', std::string(bytes.begin(), bytes.end()));
+                break;
+            case INFO_DATATYPE_INT32:
+                EXPECT_EQ(row.value, Printed<int>(bytes));
+                break;
+            case INFO_DATATYPE_UINT32:
+                EXPECT_EQ(row.value, Printed<unsigned>(bytes));
+                break;
+            case INFO_DATATYPE_INT64:
+                EXPECT_EQ(row.value, Printed<long>(bytes));
+                break;
+            default:
+                EXPECT_EQ(row.value, Printed<bool>(bytes));
+        }
+    }
+}
+
+// ---- The tree
+
+class Modules : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        WriteLogConfig();
+        ASSERT_EQ(0, GCInitLib());
+        m_system = new System(new ScriptedHal(m_hal));
+        AllocateHandle(&m_hTL, static_cast<ISystem*>(m_system));
+        ASSERT_EQ(0, m_system->Open());
+        TakeStack();
+    }
+    void TearDown() override
+    {
+        CloseSystem();
+        GCCloseLib();
+        TakeStack();
+    }
+    int CloseSystem()
+    {
+        if (m_system == nullptr) {
+            return 0;
+        }
+        const int code = m_system->Close();
+        delete std::exchange(m_system, nullptr);
+        DeleteHandle(m_hTL);
+        return code;
+    }
+    void* OpenInterface(std::size_t index = 0)
+    {
+        void* hIface = nullptr;
+        EXPECT_EQ(0, m_system->OpenInterface(m_hal.interfaces[index].c_str(), m_hTL, &hIface));
+        return hIface;
+    }
+    static InterfaceGev& ToInterface(void* hIface)
+    {
+        return dynamic_cast<InterfaceGev&>(*CastHandle(hIface));
+    }
+
+    HalScript m_hal;
+    System* m_system = nullptr;
+    void* m_hTL = nullptr;
+};
+
+TEST_F(Modules, PortsDescribeThemselves)
+{
+    struct Port
+    {
+        IBaseModule& module;
+        std::string id, name, portName, file;
+        std::size_t xmlSize;
+    };
+    const Port ports[] = {
+        {*CastHandle(m_hTL),           "NORVO_GenTL_1_5", "TLSystem",    "TLPort",
+         "SFNC_GenTLSystem_Reference_Version_1_0_0_Schema_1_1",    kSystemXml.size()   },
+        {*CastHandle(OpenInterface()), "0000c0a80101",    "TLInterface", "InterfacePort",
+         "SFNC_GenTLInterface_Reference_Version_1_0_0_Schema_1_1", kInterfaceXml.size()},
+    };
+    for (const Port& port : ports) {
+        SCOPED_TRACE(port.name);
+        IBaseModule& module = port.module;
+        const auto getPort = [&](int command, int* type, void* buffer, unsigned long* size) {
+            return module.GetPortInfo(command, type, buffer, size);
+        };
+        const std::string values[] = {
+            port.id, "Norvo Imaging Inc", "GenTL Producer", "GEV", port.name, "1", "0", "1", "1", "0",
+            "0",     "0.1.43.0",          port.portName};
+        for (int command = 0; command < 13; ++command) {
+            const std::string& value = values[command];
+            ExpectInfo(
+                {
+                    {command, value.size() == 1 ? INFO_DATATYPE_BOOL8 : INFO_DATATYPE_STRING, value}
+            },
+                getPort);
+        }
+        EXPECT_EQ(GC_ERR_INVALID_INDEX, getPort(13, nullptr, nullptr, nullptr));
+
+        unsigned count = 0;
+        EXPECT_EQ(0, module.GetNumPortURLs(&count));
+        EXPECT_EQ(1U, count);
+
+        // The URL ends in two NULs as far as sizes go, and nothing is written behind them.
+        char hex[17];
+        std::snprintf(hex, sizeof hex, "%zX", port.xmlSize);
+        const std::string url = "local:" + port.file + ".xml;F0F00000;" + hex + "?SchemaVersion=1.0.0";
+        unsigned long size = 0;
+        ASSERT_EQ(0, module.GetPortURL(nullptr, &size));
+        ASSERT_EQ(url.size() + 2, size);
+        std::string text(size + 1, 'x');
+        unsigned long less = size - 1;
+        TakeStack();
+        ExpectRaised(GC_ERR_BUFFER_TOO_SMALL, module.GetPortURL(text.data(), &less), "GetPortURL",
+                     "*piSize=" + std::to_string(size - 1) + " < len=" + std::to_string(size) +
+                         ". iSize must be >= len");
+        EXPECT_EQ(size - 1, less);
+        ASSERT_EQ(0, module.GetPortURL(text.data(), &size));
+        EXPECT_EQ(url.size() + 2, size);
+        EXPECT_EQ(url + '\0' + '\0' + 'x', text);
+    }
+}
+
+TEST_F(Modules, UrlInfoAnswersUrlAndSchemaOnly)
+{
+    const auto get = [&](int command, int* type, void* buffer, unsigned long* size) {
+        return m_system->GetPortURLInfo(0, command, type, buffer, size);
+    };
+    ExpectInfo(
+        {
+            {URL_INFO_SCHEMA_VER_MAJOR, INFO_DATATYPE_INT32, "1"},
+            {URL_INFO_SCHEMA_VER_MINOR, INFO_DATATYPE_INT32, "0"},
+    },
+        get);
+    int type = -1;
+    unsigned long size = 200;
+    char url[200];
+    EXPECT_EQ(GC_ERR_INVALID_PARAMETER, get(URL_INFO_URL, nullptr, url, &size));
+    EXPECT_EQ(0, get(URL_INFO_URL, &type, url, &size));
+    EXPECT_EQ(INFO_DATATYPE_STRING, type);
+    TakeStack();
+
+    ExpectRaised(GC_ERR_NOT_IMPLEMENTED, get(URL_INFO_FILE_SIZE, &type, url, &size), "GetPortURLInfo",
+                 "URL_INFO_CMD URL_INFO_FILE_SIZE is not implemented");
+    for (const int command : {3, 4, 5, 6, 7, 9, 10, 1000}) {
+        EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, get(command, &type, url, &size)) << command;
+    }
+    EXPECT_EQ(GC_ERR_INVALID_INDEX, get(11, &type, url, &size));
+    EXPECT_EQ(GC_ERR_INVALID_INDEX, m_system->GetPortURLInfo(1, URL_INFO_URL, &type, url, &size));
+    // A failing URL is told by both.
+    size = 1;
+    EXPECT_EQ(GC_ERR_BUFFER_TOO_SMALL, get(URL_INFO_URL, &type, url, &size));
+    EXPECT_THAT(TakeStack(), SizeIs(2));
+}
+
+/// Knows every address but 0x200.
+class RegisterSystem : public System
+{
+public:
+    int ReadPort(unsigned long address, void* buffer, unsigned long* size) override
+    {
+        return Access('r', address, buffer, size);
+    }
+    int WritePort(unsigned long address, const void* buffer, unsigned long* size) override
+    {
+        return Access('w', address, buffer, size);
+    }
+    std::vector<std::tuple<char, unsigned long, const void*, unsigned long>> m_accesses;
+
+private:
+    int Access(char direction, unsigned long address, const void* buffer, unsigned long* size)
+    {
+        m_accesses.emplace_back(direction, address, buffer, *size);
+        *size = 4;
+        return address == 0x200 ? GC_ERR_INVALID_ADDRESS : 0;
+    }
+};
+
+TEST_F(Modules, StackedAccessStopsAtTheFirstFailure)
+{
+    using Stacked = int (System::*)(S_PORT_REGISTER_STACK_ENTRY*, unsigned long*);
+    const std::pair<char, Stacked> directions[] = {
+        {'r', &System::ReadPortStacked },
+        {'w', &System::WritePortStacked},
+    };
+    for (const auto& [direction, stacked] : directions) {
+        RegisterSystem system;
+        char data[3][8];
+        // The published entry is packed: a consumer's need not be aligned.
+        char room[1 + 3 * sizeof(S_PORT_REGISTER_STACK_ENTRY)];
+        auto* entries = reinterpret_cast<S_PORT_REGISTER_STACK_ENTRY*>(room + 1);
+        for (unsigned i = 0; i < 3; ++i) {
+            entries[i] = {0x100UL * (i + 1), data[i], 8};
+        }
+        unsigned long count = 3;
+        EXPECT_EQ(GC_ERR_INVALID_ADDRESS, (system.*stacked)(entries, &count));
+        EXPECT_EQ(3U, count);
+        EXPECT_THAT(system.m_accesses, ElementsAre(std::tuple(direction, 0x100UL, data[0], 8UL),
+                                                   std::tuple(direction, 0x200UL, data[1], 8UL)));
+        const unsigned long sizes[] = {entries[0].Size, entries[1].Size, entries[2].Size};
+        EXPECT_THAT(sizes, ElementsAre(4, 4, 8));
+        EXPECT_THAT(TakeStack(), SizeIs(1));
+
+        count = 1;
+        EXPECT_EQ(0, (system.*stacked)(entries, &count));
+        EXPECT_THAT(system.m_accesses, SizeIs(3));
+        count = 0;
+        EXPECT_EQ(0, (system.*stacked)(entries, &count));
+        EXPECT_EQ(GC_ERR_INVALID_PARAMETER, (system.*stacked)(nullptr, &count));
+        EXPECT_EQ(GC_ERR_INVALID_PARAMETER, (system.*stacked)(entries, nullptr));
+    }
+}
+
+TEST_F(Modules, NullArgumentsAreRefusedByName)
+{
+    InterfaceGev& iface = ToInterface(OpenInterface());
+    ASSERT_EQ(0, iface.UpdateDeviceList(nullptr, 1));
+    void* handle = nullptr;
+    const char* id = m_hal.interfaces[0].c_str();
+    const struct
+    {
+        std::string function, text;
+        std::function<int()> call;
+    } calls[] = {
+        {"GetNumInterfaces",    "piNumIfaces==nullptr",  [&] { return m_system->GetNumInterfaces(nullptr); }           },
+        {"GetInterfaceID",      "piSize==nullptr",       [&] { return m_system->GetInterfaceID(0, nullptr, nullptr); } },
+        {"GetInterfaceInfo",    "sIfaceID==nullptr",
+         [&] { return m_system->GetInterfaceInfo(nullptr, 0, nullptr, nullptr, nullptr); }                             },
+        {"OpenInterface",       "sIfaceID==nullptr",
+         [&] { return m_system->OpenInterface(nullptr, m_hTL, &handle); }                                              },
+        {"OpenInterface",       "phIface==nullptr",      [&] { return m_system->OpenInterface(id, m_hTL, nullptr); }   },
+        {"UpdateInterfaceList", "input iTimeout==0",
+         [&] { return m_system->UpdateInterfaceList(nullptr, 0); }                                                     },
+        {"GetNumPortURLs",      "piNumURLs==nullptr",    [&] { return m_system->GetNumPortURLs(nullptr); }             },
+        {"GetPortURL",          "piSize==nullptr",       [&] { return m_system->GetPortURL(nullptr, nullptr); }        },
+        {"GetNumPortURLs",      "piNumURLs==nullptr",    [&] { return iface.GetNumPortURLs(nullptr); }                 },
+        {"GetParentTL",         "pParentTL==nullptr",    [&] { return iface.GetParentTL(nullptr); }                    },
+        {"GetNumDevices",       "piNumDevices==nullptr", [&] { return iface.GetNumDevices(nullptr); }                  },
+        {"GetDeviceID",         "piSize==nullptr",       [&] { return iface.GetDeviceID(0, nullptr, nullptr); }        },
+        {"GetDeviceInfo",       "sDeviceID==nullptr",
+         [&] { return iface.GetDeviceInfo(nullptr, 0, nullptr, nullptr, nullptr); }                                    },
+        {"OpenDevice",          "sDeviceID==nullptr",    [&] { return iface.OpenDevice(nullptr, 3, &handle, nullptr); }},
+        {"OpenDevice",          "pDevHandle==nullptr",   [&] { return iface.OpenDevice("CAM1", 3, nullptr, nullptr); } },
+        {"UpdateDeviceList",    "input iTimeout==0",     [&] { return iface.UpdateDeviceList(nullptr, 0); }            },
+        {"ForceIp",             "mac==0",                [&] { return iface.ForceIp(0, 1, 1, 1); }                     },
+        {"ForceIp",             "ip==0",                 [&] { return iface.ForceIp(1, 0, 1, 1); }                     },
+        {"ForceIp",             "subnet==0",             [&] { return iface.ForceIp(1, 1, 0, 1); }                     },
+    };
+    TakeStack();
+    for (const auto& row : calls) {
+        ExpectRaised(GC_ERR_INVALID_PARAMETER, row.call(), row.function, row.text);
+    }
+    EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_system->GetActionCommandDeviceKey(nullptr));
+    EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_system->SetActionCommandExecuteTime(nullptr));
+}
+
+TEST_F(Modules, InterfacesAreFoundByIndexAndId)
+{
+    const auto getSystem = [&](int command, int* type, void* buffer, unsigned long* size) {
+        return m_system->GetInterfaceInfo("00000a000001", command, type, buffer, size);
+    };
+    ExpectInfo(
+        {
+            {INTERFACE_INFO_ID,          INFO_DATATYPE_STRING, "00000a000001"                       },
+            {INTERFACE_INFO_DISPLAYNAME, INFO_DATATYPE_STRING, "GigE Interface ( MAC:00000a000001 )"},
+            {INTERFACE_INFO_TLTYPE,      INFO_DATATYPE_STRING, "GEV"                                },
+    },
+        getSystem);
+    for (const int command : {1001, 1002, 1003}) {
+        EXPECT_EQ(GC_ERR_NOT_AVAILABLE, getSystem(command, nullptr, nullptr, nullptr));
+    }
+    EXPECT_EQ(GC_ERR_INVALID_INDEX, getSystem(3, nullptr, nullptr, nullptr));
+    EXPECT_EQ(GC_ERR_INVALID_ID, m_system->GetInterfaceInfo("0000", 0, nullptr, nullptr, nullptr));
+
+    std::string id(14, 'x');
+    unsigned long size = 12;
+    TakeStack();
+    ExpectRaised(GC_ERR_BUFFER_TOO_SMALL, m_system->GetInterfaceID(1, id.data(), &size), "GetInterfaceID",
+                 "*piSize=12 < idLen=13. iSize must be >= idLen");
+    size = 14;
+    EXPECT_EQ(0, m_system->GetInterfaceID(1, id.data(), &size));
+    EXPECT_EQ(13U, size);
+    EXPECT_EQ(std::string("00000a000001\0x", 14), id);
+    ExpectRaised(GC_ERR_INVALID_INDEX, m_system->GetInterfaceID(2, nullptr, nullptr), "GetInterfaceID",
+                 "interface index must between 0 <= and < 2");
+
+    void* hIface = nullptr;
+    ExpectRaised(GC_ERR_INVALID_ID, m_system->OpenInterface("nic", m_hTL, &hIface), "OpenInterface",
+                 "interface ID=nic not found in the list of interfaces.\n"
+                 "\t\t\t\t\t  The list of interfaces has the following interface(s):\n"
+                 "\t\t\t\t\t\t0000c0a80101\n\t\t\t\t\t\t00000a000001\n");
+    EXPECT_THAT(m_hal.adapters, IsEmpty());
+
+    InterfaceGev& iface = ToInterface(OpenInterface(1));
+    ExpectInfo(
+        {
+            {INTERFACE_INFO_ID,                    INFO_DATATYPE_STRING, "00000a000001"                       },
+            {INTERFACE_INFO_DISPLAYNAME,           INFO_DATATYPE_STRING, "GigE Interface ( MAC:00000a000001 )"},
+            {INTERFACE_INFO_TLTYPE,                INFO_DATATYPE_STRING, "GEV"                                },
+            {INTERFACE_INFO_GEV_MAC_ADDRESS,       INFO_DATATYPE_INT64,  std::to_string(0x0102030405FF)       },
+            {INTERFACE_INFO_GEV_SUBNET_IP_ADDRESS, INFO_DATATYPE_INT64,  std::to_string(0xC0A80101)           },
+            {INTERFACE_INFO_GEV_SUBNET_MASK,       INFO_DATATYPE_INT64,  std::to_string(0xFFFFFF00)           },
+    },
+        [&](int command, int* type, void* buffer, unsigned long* answer) {
+            return iface.GetInfo(command, type, buffer, answer);
+        });
+    void* parent = nullptr;
+    EXPECT_EQ(0, iface.GetParentTL(&parent));
+    EXPECT_EQ(m_hTL, parent);
+    m_hal.numbersCode = GC_ERR_IO;
+    TakeStack();
+    ExpectRaised(GC_ERR_IO, iface.GetInfo(INTERFACE_INFO_GEV_SUBNET_MASK, nullptr, nullptr, nullptr),
+                 "GetInfo", "GenTL::INTERFACE_INFO_GEV_SUBNET_MASK is not implemented");
+}
+
+TEST_F(Modules, InterfaceListChangesByContentNotByOrder)
+{
+    const struct
+    {
+        std::vector<std::string> interfaces;
+        bool isChanged;
+    } updates[] = {
+        {{"00000a000001", "0000c0a80101"}, false},
+        {{"00000a000001", "00000a000001"}, true },
+        {{"00000a000001"},                 true },
+        {{"00000a000001"},                 false},
+        {{},                               true },
+    };
+    for (const auto& update : updates) {
+        m_hal.interfaces = update.interfaces;
+        bool isChanged = !update.isChanged;
+        EXPECT_EQ(0, m_system->UpdateInterfaceList(&isChanged, GENTL_INFINITE));
+        EXPECT_EQ(update.isChanged, isChanged);
+    }
+    void* hIface = nullptr;
+    EXPECT_EQ(GC_ERR_INVALID_ID, m_system->OpenInterface("00000a000001", m_hTL, &hIface));
+    EXPECT_THAT(TakeStack()[0].text,
+                EndsWith("The list of interfaces is empty. No interfaces is connected this machine."));
+
+    // A failure changes nothing.
+    m_hal.interfaces = {"nic"};
+    m_hal.interfacesCode = GC_ERR_ERROR;
+    bool isChanged = false;
+    EXPECT_EQ(GC_ERR_ERROR, m_system->UpdateInterfaceList(&isChanged, 1));
+    EXPECT_FALSE(isChanged);
+    unsigned count = 7;
+    EXPECT_EQ(0, m_system->GetNumInterfaces(&count));
+    EXPECT_EQ(0U, count);
+}
+
+TEST_F(Modules, FailedSystemGivesTheControlLayerUp)
+{
+    HalScript hal;
+    hal.interfacesCode = GC_ERR_ERROR;
+    System system(new ScriptedHal(hal));
+    EXPECT_EQ(GC_ERR_ERROR, system.Open());
+    EXPECT_TRUE(hal.isDeleted);
+}
+
+TEST_F(Modules, SecondOpenLeavesTheFirstInterfaceAlone)
+{
+    void* hFirst = OpenInterface();
+    void* hSecond = nullptr;
+    EXPECT_EQ(GC_ERR_RESOURCE_IN_USE, m_system->OpenInterface(m_hal.interfaces[0].c_str(), m_hTL, &hSecond));
+    const std::vector<Line> stack = TakeStack();
+    ASSERT_THAT(stack, SizeIs(3));
+    EXPECT_EQ(GC_ERR_RESOURCE_IN_USE, stack[0].code);
+    EXPECT_EQ(GC_ERR_INVALID_HANDLE, stack[1].code);
+    EXPECT_EQ("received a non-GenTLHandle*; hHandle was not freed", stack[2].text);
+
+    EXPECT_EQ(hFirst, g_openedDevicesRegistry.PeekInterfaceEntry("0000c0a80101").handle);
+    EXPECT_THAT(m_hal.closed, IsEmpty());
+    // The stale result has lost its module; the first handle works, and its close lets the next one in.
+    unsigned count = 0;
+    EXPECT_EQ(GC_ERR_INVALID_HANDLE, IFGetNumDevices(hSecond, &count));
+    EXPECT_EQ(0, IFGetNumDevices(hFirst, &count));
+    EXPECT_EQ(0, IFClose(hFirst));
+    EXPECT_EQ(GC_ERR_INVALID_HANDLE, IFGetNumDevices(hFirst, &count));
+    EXPECT_NE(nullptr, OpenInterface());
+}
+
+TEST_F(Modules, SystemClosesWhatIsOpenWhateverFails)
+{
+    m_hal.interfaces = {"a", "b", "c"};
+    ASSERT_EQ(0, m_system->UpdateInterfaceList(nullptr, 1));
+    for (std::size_t i = 0; i < 3; ++i) {
+        OpenInterface(i);
+    }
+    m_hal.closeCodes = {
+        {"a", GC_ERR_IO     },
+        {"b", GC_ERR_TIMEOUT},
+    };
+    EXPECT_EQ(GC_ERR_TIMEOUT, CloseSystem());
+    EXPECT_THAT(m_hal.closed, ElementsAre("a", "b", "c"));
+    EXPECT_TRUE(m_hal.isDeleted);
+    EXPECT_THAT(g_openedDevicesRegistry.AllInterfaceIDs(), IsEmpty());
+    const std::vector<Line> stack = TakeStack();
+    ASSERT_GE(stack.size(), 2U);
+    EXPECT_EQ(GC_ERR_TIMEOUT, stack[0].code);
+    EXPECT_THAT(stack[1].text, EndsWith("while closing the system, the interface b failed to close."));
+}
+
+TEST_F(Modules, DeviceListFollowsDiscoveryAndLeavesOpenDevicesAlone)
+{
+    InterfaceGev& iface = ToInterface(OpenInterface());
+    char id[6] = "xxxxx";
+    unsigned long size = sizeof id;
+    ExpectRaised(GC_ERR_INVALID_INDEX, iface.GetDeviceID(0, id, &size), "GetDeviceID",
+                 "iIndex==0 is invalid; iIndex must be 0 <= iIndex <=-1");
+
+    const struct
+    {
+        Devices devices;
+        bool isChanged;
+    } updates[] = {
+        {{{"CAM1", 1}, {"CAM2", 2}}, true },
+        {{{"CAM2", 2}, {"CAM1", 1}}, false},
+        {{{"CAM2", 1}, {"CAM1", 2}}, true },
+        {{{"CAM2", 1}, {"CAM1", 3}}, true },
+        {{{"CAM1", 3}},              true },
+    };
+    int device = 0;
+    ASSERT_EQ(0, g_openedDevicesRegistry.AddDeviceEntry("0000c0a80101", "CAM2", &device));
+    for (const auto& update : updates) {
+        m_hal.devices = update.devices;
+        bool isChanged = !update.isChanged;
+        ASSERT_EQ(0, iface.UpdateDeviceList(&isChanged, 50));
+        EXPECT_EQ(update.isChanged, isChanged);
+    }
+    EXPECT_EQ(50, m_hal.timeoutMs);
+    ASSERT_EQ(0, iface.UpdateDeviceList(nullptr, GENTL_INFINITE));
+    EXPECT_EQ(INT_MAX, m_hal.timeoutMs);
+    // The camera that went away stays open.
+    EXPECT_EQ(&device, g_openedDevicesRegistry.PeekDeviceEntry("CAM2").handle);
+
+    m_hal.devices = {};
+    m_hal.devicesCode = GC_ERR_IO;
+    EXPECT_EQ(GC_ERR_IO, iface.UpdateDeviceList(nullptr, 50));
+    unsigned count = 0;
+    EXPECT_EQ(0, iface.GetNumDevices(&count));
+    EXPECT_EQ(1U, count);
+
+    size = 4;
+    TakeStack();
+    ExpectRaised(GC_ERR_BUFFER_TOO_SMALL, iface.GetDeviceID(0, id, &size), "GetDeviceID",
+                 "*piSize=4 < idSize=5. *piSize must be >= idSize");
+    size = sizeof id;
+    EXPECT_EQ(0, iface.GetDeviceID(0, id, &size));
+    EXPECT_EQ(5U, size);
+    EXPECT_STREQ("CAM1", id);
+}
+
+TEST_F(Modules, CloseWaitsForARunningUpdate)
+{
+    void* hIface = OpenInterface();
+    std::promise<void> isRunning;
+    std::promise<void> mayEnd;
+    m_hal.duringDiscovery = [&] {
+        isRunning.set_value();
+        mayEnd.get_future().wait();
+    };
+    InterfaceGev& iface = ToInterface(hIface);
+    auto update = std::async(std::launch::async, [&] { return iface.UpdateDeviceList(nullptr, 1); });
+    isRunning.get_future().wait();
+    auto close = std::async(std::launch::async, [&] { return IFClose(hIface); });
+    EXPECT_EQ(std::future_status::timeout, close.wait_for(std::chrono::milliseconds(100)));
+    EXPECT_THAT(m_hal.closed, IsEmpty());
+    mayEnd.set_value();
+    EXPECT_EQ(0, update.get());
+    EXPECT_EQ(0, close.get());
+    EXPECT_THAT(m_hal.closed, SizeIs(1));
+}
+
+TEST_F(Modules, DeviceInfoComesFromTheRecord)
+{
+    InterfaceGev& iface = ToInterface(OpenInterface());
+    const auto get = [&](int command, int* type, void* buffer, unsigned long* size) {
+        return iface.GetDeviceInfo("CAM1", command, type, buffer, size);
+    };
+    ExpectInfo(
+        {
+            {DEVICE_INFO_ID,                       INFO_DATATYPE_STRING, "serial CAM1"                 },
+            {DEVICE_INFO_VENDOR,                   INFO_DATATYPE_STRING, "vendor CAM1"                 },
+            {DEVICE_INFO_MODEL,                    INFO_DATATYPE_STRING, "model CAM1"                  },
+            {DEVICE_INFO_TLTYPE,                   INFO_DATATYPE_STRING, "GEV"                         },
+            {DEVICE_INFO_DISPLAYNAME,              INFO_DATATYPE_STRING, "model CAM1 ( serial CAM1 ) " },
+            {DEVICE_INFO_USER_DEFINED_NAME,        INFO_DATATYPE_STRING, "user CAM1"                   },
+            {DEVICE_INFO_SERIAL_NUMBER,            INFO_DATATYPE_STRING, "serial CAM1"                 },
+            {DEVICE_INFO_VERSION,                  INFO_DATATYPE_STRING, "version CAM1"                },
+            {DEVICE_INFO_GEV_IP_ADDRESS,           INFO_DATATYPE_UINT32, std::to_string(0xC0A80105)    },
+            {DEVICE_INFO_GEV_SUBNET_MASK,          INFO_DATATYPE_UINT32, std::to_string(0xFFFF0000)    },
+            {DEVICE_INFO_GEV_MAC_ADDRESS,          INFO_DATATYPE_INT64,  std::to_string(0xFFEEDDCCBBAA)},
+            {DEVICE_INFO_GEV_DEFAULT_GATEWAY,      INFO_DATATYPE_UINT32, std::to_string(0xC0A801FE)    },
+            {DEVICE_INFO_GEV_CONFIG_DHCP,          INFO_DATATYPE_BOOL8,  "1"                           },
+            {DEVICE_INFO_GEV_CONFIG_PERSISTENT_IP, INFO_DATATYPE_BOOL8,  "0"                           },
+            {DEVICE_INFO_GEV_CONFIG_LLA,           INFO_DATATYPE_BOOL8,  "1"                           },
+    },
+        get);
+    m_hal.serialCode = GC_ERR_INVALID_ID;
+    ExpectInfo(
+        {
+            {DEVICE_INFO_DISPLAYNAME, INFO_DATATYPE_STRING, "model CAM1 ( Unknown Serial Number ) "},
+    },
+        get);
+    m_hal.recordCode = GC_ERR_INVALID_ID;
+    const struct
+    {
+        int command, code;
+        std::string name;
+    } refused[] = {
+        {DEVICE_INFO_ID,                  GC_ERR_INVALID_ID,      "DEVICE_INFO_ID"                 },
+        {DEVICE_INFO_DISPLAYNAME,         GC_ERR_INVALID_ID,      "DEVICE_INFO_DISPLAYNAME"        },
+        {DEVICE_INFO_GEV_IP_ADDRESS,      GC_ERR_INVALID_ID,      "DEVICE_INFO_GEV_IP_ADDRESS"     },
+        {DEVICE_INFO_GEV_MAC_ADDRESS,     GC_ERR_INVALID_ID,      "DEVICE_INFO_GEV_MAC_ADDRESS"    },
+        {DEVICE_INFO_GEV_CONFIG_LLA,      GC_ERR_INVALID_ID,      "DEVICE_INFO_GEV_CONFIG_LLA"     },
+        {DEVICE_INFO_ACCESS_STATUS,       GC_ERR_NOT_IMPLEMENTED, "DEVICE_INFO_ACCESS_STATUS"      },
+        {DEVICE_INFO_TIMESTAMP_FREQUENCY, GC_ERR_NOT_IMPLEMENTED, "DEVICE_INFO_TIMESTAMP_FREQUENCY"},
+        {DEVICE_INFO_IS_CONNECTED,        GC_ERR_NOT_AVAILABLE,   "DEVICE_INFO_IS_CONNECTED"       },
+    };
+    TakeStack();
+    for (const auto& row : refused) {
+        ExpectRaised(row.code, get(row.command, nullptr, nullptr, nullptr), "GetDeviceInfo",
+                     "GenTL::" + row.name + " is not implemented");
+    }
+    EXPECT_EQ(GC_ERR_INVALID_INDEX, get(1001, nullptr, nullptr, nullptr));
+}
+
+TEST_F(Modules, DevicesOpenOnceAndOnlyWhenListed)
+{
+    InterfaceGev& iface = ToInterface(OpenInterface());
+    void* hDevice = nullptr;
+    ExpectRaised(GC_ERR_INVALID_ID, iface.OpenDevice("CAM1", DEVICE_ACCESS_CONTROL, &hDevice, nullptr),
+                 "OpenDevice",
+                 "device ID=CAM1 not found in the list of devices.\n"
+                 "\t\t\t\t\t  The list of devices is empty. No devices is connected this interface.");
+    ASSERT_EQ(0, iface.UpdateDeviceList(nullptr, 1));
+    ExpectRaised(GC_ERR_INVALID_ID, iface.OpenDevice("CAM", DEVICE_ACCESS_CONTROL, &hDevice, nullptr),
+                 "OpenDevice",
+                 "device ID=CAM not found in the list of devices.\n"
+                 "\t\t\t\t\t  The list of devices has the following device(s):\n"
+                 "\t\t\t\t\t\tCAM1\n\t\t\t\t\t\tCAM2\n");
+    // Open through whichever interface.
+    int device = 0;
+    OpenInterface(1);
+    ASSERT_EQ(0, g_openedDevicesRegistry.AddDeviceEntry("00000a000001", "CAM2", &device));
+    ExpectRaised(GC_ERR_RESOURCE_IN_USE, iface.OpenDevice("CAM2", DEVICE_ACCESS_CONTROL, &hDevice, nullptr),
+                 "OpenDevice", "device ID=CAM2 is already open");
+    EXPECT_THAT(m_hal.openedDevices, IsEmpty());
+
+    // A device that fails to open leaves no handle and no row.
+    m_hal.registerCode = GC_ERR_TIMEOUT;
+    EXPECT_EQ(GC_ERR_TIMEOUT, iface.OpenDevice("CAM1", DEVICE_ACCESS_READONLY, &hDevice, nullptr));
+    EXPECT_THAT(m_hal.openedDevices, ElementsAre("CAM1"));
+    EXPECT_EQ(GC_ERR_INVALID_HANDLE, CheckHandle(hDevice));
+    EXPECT_FALSE(g_openedDevicesRegistry.IsDeviceAlreadyOpen("CAM1"));
+}
+
+TEST_F(Modules, AnOpenDeviceOutlivesItsInterface)
+{
+    void* hIface = OpenInterface();
+    ASSERT_EQ(0, ToInterface(hIface).UpdateDeviceList(nullptr, 1));
+    void* hDevice = nullptr;
+    ASSERT_EQ(0, IFOpenDevice(hIface, "CAM1", DEVICE_ACCESS_READONLY, &hDevice));
+    EXPECT_EQ(hDevice, g_openedDevicesRegistry.PeekDeviceEntry("CAM1").handle);
+    void* parent = nullptr;
+    EXPECT_EQ(0, DevGetParentIF(hDevice, &parent));
+    EXPECT_EQ(hIface, parent);
+    EXPECT_EQ(GC_ERR_RESOURCE_IN_USE, IFOpenDevice(hIface, "CAM1", DEVICE_ACCESS_READONLY, &parent));
+
+    EXPECT_EQ(0, IFClose(hIface));
+    EXPECT_EQ(0, m_hal.closedDevices);
+    EXPECT_EQ(0, DevClose(hDevice));
+    EXPECT_EQ(1, m_hal.closedDevices);
+
+    // Closed while it opens: the interface has lost its row, and so the device doesn't stay.
+    hIface = OpenInterface();
+    ASSERT_EQ(0, ToInterface(hIface).UpdateDeviceList(nullptr, 1));
+    g_openedDevicesRegistry.PopInterfaceEntry("0000c0a80101");
+    EXPECT_EQ(0, IFOpenDevice(hIface, "CAM1", DEVICE_ACCESS_READONLY, &hDevice));
+    EXPECT_EQ(GC_ERR_INVALID_HANDLE, DevClose(hDevice));
+    EXPECT_EQ(2, m_hal.closedDevices);
+    EXPECT_EQ(0, IFClose(hIface));
+}
+
+TEST_F(Modules, ForceIpSplitsTheMac)
+{
+    InterfaceGev& iface = ToInterface(OpenInterface());
+    EXPECT_EQ(0, iface.ForceIp(0xA1B2C3D4E5F6, 0xC0A80105, 0xFFFFFF00, 0));
+    EXPECT_THAT(m_hal.forced, ElementsAre(0xA1B2, 0xC3D4E5F6, 0xC0A80105, 0xFFFFFF00, 0));
+    m_hal.forceCode = GC_ERR_TIMEOUT;
+    EXPECT_EQ(GC_ERR_TIMEOUT, iface.ForceIp(1, 1, 1, 0));
+}
+
+TEST_F(Modules, AnUnnamedInterfaceWorksAndABareOneRefuses)
+{
+    m_hal.idCode = GC_ERR_INVALID_HANDLE;
+    InterfaceGev& iface = ToInterface(OpenInterface());
+    ExpectInfo(
+        {
+            {INTERFACE_INFO_ID,          INFO_DATATYPE_STRING, "Failed to Get InterfaceId"    },
+            {INTERFACE_INFO_DISPLAYNAME, INFO_DATATYPE_STRING, "GigEInterface ( unknown MAC )"},
+    },
+        [&](int command, int* type, void* buffer, unsigned long* size) {
+            return iface.GetInfo(command, type, buffer, size);
+        });
+    EXPECT_EQ(0, iface.UpdateDeviceList(nullptr, 1));
+    const unsigned long zero = 0;
+    unsigned long size = 0;
+    EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, iface.ReadPort(0x100, nullptr, &size));
+    EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, iface.ReadPortStacked(nullptr, &size));
+    EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, m_system->WritePort(0x100, &zero, &size));
+    g_openedDevicesRegistry.PopInterfaceEntry("0000c0a80101");
+    delete &iface;
+
+    Interface bare;
+    TakeStack();
+    ExpectRaised(GC_ERR_NOT_IMPLEMENTED, bare.Close(), "Close", "only GEV interfaces are supported");
+}
+
+// ---- What is open
+
+TEST(Registry, KnowsEachDeviceOnce)
+{
+    ProtectedDeviceRegistry registry;
+    int a = 0, b = 0, cam = 0;
+    EXPECT_EQ(0, registry.AddInterfaceEntry("B", &b));
+    EXPECT_EQ(0, registry.AddInterfaceEntry("A", &a));
+    TakeStack();
+    ExpectRaised(GC_ERR_RESOURCE_IN_USE, registry.AddInterfaceEntry("A", &b), "AddInterfaceEntry",
+                 "interface ID=A is already open");
+    EXPECT_EQ(&a, registry.PeekInterfaceEntry("A").handle);
+    EXPECT_THAT(registry.AllInterfaceIDs(), ElementsAre("A", "B"));
+
+    EXPECT_EQ(0, registry.AddDeviceEntry("A", "CAM", &cam));
+    ExpectRaised(GC_ERR_RESOURCE_IN_USE, registry.AddDeviceEntry("B", "CAM", &cam), "AddDeviceEntry",
+                 "device ID=CAM is already open");
+    ExpectRaised(GC_ERR_INVALID_ID, registry.AddDeviceEntry("C", "CAM", &cam), "AddDeviceEntry",
+                 "interface ID=C not found in the registry of opened interfaces");
+    EXPECT_FALSE(registry.IsDeviceAlreadyOpen("CA"));
+    EXPECT_EQ(nullptr, registry.PopDeviceEntry("CA").handle);
+
+    // Peek keeps, pop forgets.
+    EXPECT_EQ("CAM", registry.PeekDeviceEntry("CAM").id);
+    EXPECT_EQ(&cam, registry.PopDeviceEntry("CAM").handle);
+    EXPECT_EQ(nullptr, registry.PopDeviceEntry("CAM").handle);
+    EXPECT_EQ(0, registry.AddDeviceEntry("B", "CAM", &cam));
+
+    // An interface takes its devices with it.
+    EXPECT_THAT(registry.PopInterfaceEntry("B").devices, SizeIs(1));
+    EXPECT_FALSE(registry.IsDeviceAlreadyOpen("CAM"));
+    EXPECT_FALSE(registry.IsInterfaceAlreadyOpen("B"));
+    EXPECT_EQ(nullptr, registry.PopInterfaceEntry("B").handle);
+    EXPECT_EQ(GC_ERR_INVALID_ID, registry.AddDeviceEntry("B", "CAM", &cam));
+
+    ProtectedSet<void*> set;
+    EXPECT_TRUE(set.AddToSet(&cam));
+    EXPECT_FALSE(set.AddToSet(&cam));
+    EXPECT_EQ(0, set.RemoveFromSet(&cam));
+    EXPECT_EQ(GC_ERR_RESOURCE_IN_USE, set.RemoveFromSet(&cam));
+}
+
+// ---- The host
+
+TEST(ThreadPriorities, SetThePolicyOfTheCaller)
+{
+    for (const auto& [value, policy] : std::map<long, int>{
+             {0, SCHED_IDLE },
+             {1, SCHED_OTHER},
+             {2, SCHED_BATCH},
+             {3, SCHED_RR   },
+    }) {
+        std::thread([value = value, policy = policy] {
+            const int code = ThreadPriority::ApplyThreadPrioritySetting(value);
+            int now = -1;
+            sched_param parameters{};
+            ASSERT_EQ(0, pthread_getschedparam(pthread_self(), &now, &parameters));
+            // The last needs a privilege; without it the thread stays as it was.
+            if (value == 3 && code != 0) {
+                EXPECT_EQ(GC_ERR_IO, code);
+                EXPECT_EQ(SCHED_OTHER, now);
+                return;
+            }
+            EXPECT_EQ(0, code);
+            EXPECT_EQ(policy, now);
+            EXPECT_EQ(value == 3 ? 20 : 0, parameters.sched_priority);
+        }).join();
+    }
+    EXPECT_EQ(GC_ERR_INVALID_PARAMETER, ThreadPriority::ApplyThreadPrioritySetting(4));
+    EXPECT_EQ(GC_ERR_INVALID_PARAMETER, ThreadPriority::ApplyThreadPrioritySetting(-1));
+}
+
+TEST(PortUrlOfAFile, TellsTheSizeItNeeds)
+{
+    const std::string url = "file:" + GetGenTLDirPath() + "xml/a.xml?SchemaVersion=1.0.0";
+    std::vector<char> text(url.size() + 3, 'x');
+    size_t size = 0;
+    EXPECT_EQ(GC_ERR_BUFFER_TOO_SMALL, GetGenTLPortURL("a.xml", text.data(), &size));
+    EXPECT_EQ(url.size() + 1, size);
+    EXPECT_EQ('x', text[0]);
+    size = url.size() + 2;
+    EXPECT_EQ(0, GetGenTLPortURL("a.xml", text.data(), &size));
+    EXPECT_EQ(url.size() + 1, size);
+    EXPECT_EQ(url + '\0' + '\0' + 'x', std::string(text.begin(), text.end()));
+    EXPECT_EQ(GC_ERR_INVALID_PARAMETER, GetGenTLPortURL("a.xml", nullptr, nullptr));
+}
+
+TEST(ActionCommands, GoOutOfEveryRunningAdapter)
+{
+    const sim::TestNet net;
+    // The kernel reports a new cable a moment after its ends are up, and an adapter that isn't running is
+    // left out.
+    net.RunOnHost(std::string("for i in $(seq 100); do ip link show ") + sim::TestNet::kHostInterface +
+                  " | grep -q 'state UP' && exit 0; sleep 0.02; done; exit 1");
+    sim::Descriptor camera;
+    sim::RunInNamespace(net.CameraFile(), [&] {
+        camera.Reset(socket(AF_INET, SOCK_DGRAM, 0));
+        const timeval patience{2, 0};
+        setsockopt(camera.Get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(kGvcpPort);
+        ASSERT_EQ(0, bind(camera.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address));
+    });
+    const struct
+    {
+        std::uint32_t target;
+        std::uint64_t time;
+        std::string datagram;
+    } commands[] = {
+        {ntohl(inet_addr(net.CameraAddress().c_str())), 0,
+         std::string("\x42\x01\x01\x00\x00\x00\xFF\xFF\x01\x02\x03\x04\x11\x12\x13\x14\x21\x22\x23\x24", 20)},
+        {0xFFFFFFFF,                                    0x8182838485868788,
+         std::string("\x42\x81\x01\x00\x00\x00\xFF\xFF\x01\x02\x03\x04\x11\x12\x13\x14\x21\x22\x23\x24"
+                     "\x81\x82\x83\x84\x85\x86\x87\x88",                                                 28)},
+    };
+    for (const auto& command : commands) {
+        sim::RunInNamespace(net.HostFile(), [&] {
+            EXPECT_EQ(0, System().SendActionCommand(0x01020304, 0x11121314, 0x21222324, command.target,
+                                                    command.time));
+        });
+        char datagram[64];
+        const ssize_t size = recv(camera.Get(), datagram, sizeof datagram, 0);
+        ASSERT_GT(size, 0);
+        EXPECT_EQ(command.datagram, std::string(datagram, static_cast<std::size_t>(size)));
+    }
+}
+
+}  // namespace

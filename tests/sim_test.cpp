@@ -1,0 +1,694 @@
+/// The simulated camera over real sockets, by datagrams that are written out byte by byte in both directions.
+#include "sim/Camera.h"
+#include "sim/TestNet.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+constexpr const char* kCameraAddress = "127.77.0.2";
+constexpr const char* kHostAddress = "127.77.0.1";
+
+/// Bytes from hexadecimal digits; blanks only part them.
+Bytes Hex(std::string text)
+{
+    text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
+    Bytes bytes;
+    for (std::size_t i = 0; i + 1 < text.size(); i += 2) {
+        bytes.push_back(static_cast<std::uint8_t>(std::stoul(text.substr(i, 2), nullptr, 16)));
+    }
+    return bytes;
+}
+
+Bytes operator+(Bytes left, const Bytes& right)
+{
+    left.insert(left.end(), right.begin(), right.end());
+    return left;
+}
+
+/// A text in a field that is filled up with zeros.
+Bytes Field(const std::string& text, std::size_t size)
+{
+    Bytes bytes(text.begin(), text.end());
+    bytes.resize(size);
+    return bytes;
+}
+
+/// One UDP socket of a host.
+class Host
+{
+public:
+    explicit Host(const char* pAddress = kHostAddress, const char* pCamera = kCameraAddress)
+        : m_socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)), m_camera(Place(pCamera, 3956))
+    {
+        const sockaddr_in own = Place(pAddress, 0);
+        EXPECT_EQ(0, bind(m_socket.Get(), reinterpret_cast<const sockaddr*>(&own), sizeof own));
+    }
+
+    int Socket() const { return m_socket.Get(); }
+
+    /// The port as it stands in a register, 8 hexadecimal digits.
+    std::string Port() const
+    {
+        sockaddr_in own = {};
+        socklen_t size = sizeof own;
+        getsockname(m_socket.Get(), reinterpret_cast<sockaddr*>(&own), &size);
+        char text[9];
+        std::snprintf(text, sizeof text, "%08X", static_cast<unsigned>(ntohs(own.sin_port)));
+        return text;
+    }
+
+    void Send(const Bytes& datagram) const
+    {
+        sendto(m_socket.Get(), datagram.data(), datagram.size(), 0,
+               reinterpret_cast<const sockaddr*>(&m_camera), sizeof m_camera);
+    }
+
+    /// The next datagram, empty when none comes in time.
+    Bytes Receive(int ms = 2000) const
+    {
+        const timeval time{ms / 1000, (ms % 1000) * 1000};
+        setsockopt(m_socket.Get(), SOL_SOCKET, SO_RCVTIMEO, &time, sizeof time);
+        Bytes datagram(65536);
+        const ssize_t got = recv(m_socket.Get(), datagram.data(), datagram.size(), 0);
+        datagram.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
+        return datagram;
+    }
+
+    Bytes Ask(const Bytes& command) const
+    {
+        Send(command);
+        return Receive();
+    }
+
+    /// Writes a register. \return the status of the answer
+    unsigned Write(const std::string& address, const std::string& value)
+    {
+        const Bytes answer = Ask(Hex("4201 0082 0008" + NextId() + address + value));
+        return answer.size() < 8 ? 0xFFFFu : static_cast<unsigned>(answer[0] << 8 | answer[1]);
+    }
+    /// Reads a register. \return the whole answer but for its id
+    Bytes Read(const std::string& address)
+    {
+        Bytes answer = Ask(Hex("4201 0080 0004" + NextId() + address));
+        if (answer.size() >= 8) {
+            answer.erase(answer.begin() + 6, answer.begin() + 8);
+        }
+        return answer;
+    }
+
+private:
+    static sockaddr_in Place(const char* pAddress, std::uint16_t port)
+    {
+        sockaddr_in place = {};
+        place.sin_family = AF_INET;
+        place.sin_port = htons(port);
+        inet_pton(AF_INET, pAddress, &place.sin_addr);
+        return place;
+    }
+    std::string NextId()
+    {
+        char text[5];
+        std::snprintf(text, sizeof text, "%04X", ++m_id);
+        return text;
+    }
+
+    sim::Descriptor m_socket;
+    sockaddr_in m_camera;
+    unsigned m_id = 0x1000;
+};
+
+const std::string kPrivilege = "00000A00";
+const std::string kStreamPort = "00000D00";
+const std::string kControl = "00000002";
+const std::string kNone = "00000000";
+
+bool Eventually(const std::function<bool()>& what)
+{
+    for (int i = 0; i < 200 && !what(); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return what();
+}
+
+sim::Config SmallCamera()
+{
+    sim::Config config;
+    config.address = kCameraAddress;
+    config.geometry.width = 16;
+    config.geometry.height = 8;
+    config.pattern = sim::TestPattern::MovingNoise;
+    config.packetSize = 100;
+    config.packetDelay = 0;
+    config.frameRate = 0;
+    config.zeroTimestamp = true;
+    return config;
+}
+
+class SimTest : public testing::Test
+{
+protected:
+    sim::Camera& Start()
+    {
+        m_pCamera = std::make_unique<sim::Camera>(m_config);
+        m_pCamera->Start();
+        return *m_pCamera;
+    }
+    void TakeControl() { ASSERT_EQ(0u, m_host.Write(kPrivilege, kControl)); }
+    /// With control taken: points the stream at m_stream.
+    void OpenStream()
+    {
+        TakeControl();
+        ASSERT_EQ(0u, m_host.Write("00000D18", "7F4D0001"));
+        ASSERT_EQ(0u, m_host.Write(kStreamPort, m_stream.Port()));
+    }
+    void StartAcquisition() { ASSERT_EQ(0u, m_host.Write("00020014", "00000001")); }
+
+    sim::Config m_config = SmallCamera();
+    std::unique_ptr<sim::Camera> m_pCamera;
+    Host m_host;
+    Host m_stream;
+};
+
+// ---- Control channel
+
+struct Exchange
+{
+    const char* name;
+    bool controlled;
+    const char* command;
+    const char* answer;  ///< empty: none comes
+};
+
+class ReferenceDatagrams : public SimTest, public testing::WithParamInterface<Exchange>
+{
+};
+
+TEST_P(ReferenceDatagrams, AreAnsweredToTheByte)
+{
+    Start();
+    if (GetParam().controlled) {
+        TakeControl();
+    }
+    m_host.Send(Hex(GetParam().command));
+    const Bytes expected = Hex(GetParam().answer);
+    EXPECT_EQ(expected, m_host.Receive(expected.empty() ? 150 : 2000));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Gvcp,
+    ReferenceDatagrams,
+    testing::Values(
+        Exchange{"ReadReg", false, "4201 0080 0004 0001  00000000", "0000 0081 0004 0001  00020000"},
+        Exchange{"ReadSeveral", false, "4201 0080 000C FFFF  00000938 00000940 00020000",
+                 "0000 0081 000C FFFF  00000BB8 3B9ACA00 00000010"},
+        Exchange{"ReadUnknownAfterKnown", false, "4201 0080 0008 0002  00000000 0000FFF0",
+                 "8003 0081 0004 0002  00020000"},
+        Exchange{"ReadUnaligned", false, "4201 0080 0004 0003  00000002", "8005 0081 0000 0003"},
+        Exchange{"ReadWriteOnly", false, "4201 0080 0004 0003  00020014", "8006 0081 0000 0003"},
+        Exchange{"ReadMem", false, "4201 0084 0008 0004  00000068 0000 0008",
+                 "0000 0085 000C 0004  00000068 67657673 696D0000"},
+        Exchange{"ReadMemBeyondTheMap", false, "4201 0084 0008 0004  000000F4 0000 0008",
+                 "8003 0085 0000 0004"},
+        Exchange{"ReadMemOddCount", false, "4201 0084 0008 0004  00000068 0000 0006", "8005 0085 0000 0004"},
+        Exchange{"ReadMemTooMuch", false, "4201 0084 0008 0004  00000200 0000 021C", "8002 0085 0000 0004"},
+        Exchange{"WriteRegUncontrolled", false, "4201 0082 0008 0005  00020000 00000008",
+                 "8006 0083 0004 0005  0000 0000"},
+        Exchange{"WriteSeveral", true, "4201 0082 0010 0006  00020000 00000008 00020004 00000004",
+                 "0000 0083 0004 0006  0000 0002"},
+        Exchange{"WriteProtectedAfterFree", true, "4201 0082 0010 0006  00020000 00000008 0002000C 00000004",
+                 "8004 0083 0004 0006  0000 0001"},
+        Exchange{"WriteOutOfRange", true, "4201 0082 0008 0006  00020000 00000000",
+                 "8002 0083 0004 0006  0000 0000"},
+        Exchange{"WriteMem", true, "4201 0086 000C 0007  000000E8 4C696E65 20370000",
+                 "0000 0087 0004 0007  0000 0008"},
+        Exchange{"WriteMemProtected", true, "4201 0086 0008 0007  00000048 41424344",
+                 "8004 0087 0004 0007  0000 0000"},
+        Exchange{"WriteUnanswered", true, "4200 0082 0008 0008  00020000 00000008", ""},
+        Exchange{"UnknownCommand", false, "4201 0042 0000 0009", "8001 0043 0000 0009"},
+        Exchange{"NoCommand", false, "4301 0080 0004 0009  00000000", ""},
+        Exchange{"LengthThatLies", false, "4201 0080 0008 0009  00000000", ""},
+        Exchange{"Cut", false, "4201 0080 00", ""},
+        Exchange{"Action", true, "4201 0100 0000 000A  00000000 00000001 00000001", "0000 0101 0000 000A"},
+        Exchange{"ActionTooLate", true, "4281 0100 0000 000A  00000000 00000001 00000001 0000000000000001",
+                 "8016 0101 0000 000A"},
+        Exchange{"ActionForOthers", true, "4201 0100 0000 000A  00000001 00000001 00000001", ""},
+        Exchange{"ForceIpForOthers", false,
+                 "4211 0004 0000 000B  0000 0200 11111111 00000000 00000000 00000000 0A000002"
+                 " 00000000 00000000 00000000 FF000000 00000000 00000000 00000000 00000000",
+                 ""}),
+    [](const auto& parameter) { return std::string(parameter.param.name); });
+
+TEST_F(SimTest, DiscoveryRecordIsTheFrontOfTheRegisters)
+{
+    m_config.macAddress = 0x0030531A2B3C;
+    m_config.gateway = 0x7F4D00FE;
+    m_config.userName = "left";
+    Start();
+    const Bytes record = Hex("00020000 80000001 00000030 531A2B3C 80000007 00000005") + Bytes(12) +
+                         Hex("7F4D0002") + Bytes(12) + Hex("FF000000") + Bytes(12) + Hex("7F4D00FE") +
+                         Field("Norvo Imaging Inc", 32) + Field("gevsim", 32) + Field("1.0.0", 32) +
+                         Field("simulated camera", 48) + Field("SIM000001", 16) + Field("left", 16);
+    ASSERT_EQ(248u, record.size());
+    EXPECT_EQ(Hex("0000 0003 00F8 00AB") + record, m_host.Ask(Hex("4211 0002 0000 00AB")));
+}
+
+TEST_F(SimTest, LittleEndianMemoryTurnsRegistersButNotTexts)
+{
+    m_config.bigEndian = false;
+    Start();
+    EXPECT_EQ(Hex("0000 0085 0008 0001 00020000 10000000"),
+              m_host.Ask(Hex("4201 0084 0008 0001 00020000 0000 0004")));
+    EXPECT_EQ(Hex("0000 0085 0008 0002 00000068 67657673"),
+              m_host.Ask(Hex("4201 0084 0008 0002 00000068 0000 0004")));
+    EXPECT_EQ(Hex("0000 0081 0004 00000010"), m_host.Read("00020000"));
+}
+
+TEST_F(SimTest, DescriptionIsServedWhereTheUrlsSay)
+{
+    sim::Camera& camera = Start();
+    const std::string description = camera.Description();
+    char url[80];
+    std::snprintf(url, sizeof url, "Local:gevsim.xml;100000;%zX?SchemaVersion=1.1.0", description.size());
+    for (const char* pRegister : {"00000200", "00000400"}) {
+        const Bytes answer = m_host.Ask(Hex(std::string("4201 0084 0008 0001") + pRegister + "0000 0218"));
+        ASSERT_EQ(548u, answer.size());
+        EXPECT_STREQ(url, reinterpret_cast<const char*>(&answer[12]));
+    }
+    EXPECT_EQ(Hex("0000 0081 0018 0002  08000000 00000000 04000104 00000200 04000104 00000400"),
+              m_host.Ask(Hex("4201 0080 0018 0002  00009000 00009004 00009008 0000900C 00009010 00009014")));
+    const Bytes front = m_host.Ask(Hex("4201 0084 0008 0003 00100000 0000 0010"));
+    EXPECT_EQ(Bytes(description.begin(), description.begin() + 16), Bytes(front.begin() + 12, front.end()));
+}
+
+TEST_F(SimTest, SecondHostIsRefusedUntilTheFirstLetsGo)
+{
+    sim::Camera& camera = Start();
+    Host other;
+    TakeControl();
+    EXPECT_EQ(0x8006u, other.Write(kPrivilege, kControl));
+    EXPECT_EQ(0x8006u, other.Write("00020000", "00000008"));
+    EXPECT_EQ(Hex("0000 0081 0004 00000002"), other.Read(kPrivilege));
+
+    EXPECT_EQ(0u, m_host.Write(kPrivilege, "00000001"));  // exclusive: others don't even read
+    EXPECT_EQ(Hex("8006 0081 0000"), other.Read(kPrivilege));
+
+    EXPECT_EQ(0u, m_host.Write(kPrivilege, kNone));
+    EXPECT_FALSE(camera.IsControlled());
+    EXPECT_EQ(0u, other.Write(kPrivilege, kControl));
+    EXPECT_EQ(0x8006u, m_host.Write("00020000", "00000008"));
+}
+
+TEST_F(SimTest, ControlLastsAsLongAsItsHolderIsHeard)
+{
+    m_config.heartbeatTimeout = 300;
+    m_config.minHeartbeatTimeout = 100;
+    sim::Camera& camera = Start();
+    OpenStream();
+    for (int i = 0; i < 6; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        m_host.Read("00000938");
+    }
+    EXPECT_TRUE(camera.IsControlled());
+    EXPECT_TRUE(Eventually([&camera] { return !camera.IsControlled(); }));
+    EXPECT_EQ(0u, camera.Register(0x0D00));
+    EXPECT_EQ(1u, camera.Seen().heartbeatsLost);
+    EXPECT_EQ(0x8006u, m_host.Write("00020000", "00000008"));
+}
+
+TEST_F(SimTest, RunningAcquisitionKeepsItsGeometry)
+{
+    Start();
+    TakeControl();
+    StartAcquisition();
+    EXPECT_EQ(0x8007u, m_host.Write("00020000", "00000008"));
+    EXPECT_EQ(0u, m_host.Write("00020018", "00000001"));
+    EXPECT_EQ(0u, m_host.Write("00020000", "00000008"));
+    EXPECT_EQ(Hex("0000 0081 0004 00000040"), m_host.Read("0002000C"));
+}
+
+TEST_F(SimTest, AnswersMeetTheirFaults)
+{
+    sim::Camera& camera = Start();
+    const Bytes command = Hex("4201 0080 0004 0020 00000000");
+    const Bytes answer = Hex("0000 0081 0004 0020 00020000");
+    struct Case
+    {
+        sim::AnswerFault fault;
+        std::vector<Bytes> arriving;
+    };
+    const std::vector<Case> cases{
+        {sim::AnswerFault::Lose,      {}                                                     },
+        {sim::AnswerFault::Ignore,    {}                                                     },
+        {sim::AnswerFault::Late,      {answer}                                               },
+        {sim::AnswerFault::Stale,     {Hex("0000 0081 0004 001F 00020000"), answer}          },
+        {sim::AnswerFault::Duplicate, {answer, answer}                                       },
+        {sim::AnswerFault::Pending,
+         {Hex("0000 0089 0004 0020 0000 0050"), Hex("0000 0089 0004 0020 0000 0050"), answer}},
+        {sim::AnswerFault::Status,    {Hex("8FFF 0081 0000 0020")}                           },
+        {sim::AnswerFault::WrongAck,  {Hex("0000 0001 0004 0020 00020000")}                  },
+        {sim::AnswerFault::Truncate,  {Hex("0000 0081")}                                     },
+        {sim::AnswerFault::None,      {answer}                                               },
+    };
+    for (const Case& one : cases) {
+        SCOPED_TRACE(static_cast<int>(one.fault));
+        sim::ControlFault fault;
+        fault.fault = one.fault;
+        fault.ms = 80;
+        fault.count = 2;
+        fault.spacingMs = 20;
+        if (one.fault != sim::AnswerFault::None) {
+            camera.AddControlFault(fault);
+        }
+        const Host host;  // its own, so that no command passes for a repeated one
+        host.Send(command);
+        std::vector<Bytes> arriving;
+        for (Bytes next = host.Receive(250); !next.empty(); next = host.Receive(250)) {
+            arriving.push_back(next);
+        }
+        EXPECT_EQ(one.arriving, arriving);
+    }
+}
+
+TEST_F(SimTest, RepeatedCommandIsAnsweredAgainButNotDoneAgain)
+{
+    sim::Camera& camera = Start();
+    TakeControl();
+    const Bytes write = Hex("4201 0082 0008 0030 00020000 00000008");
+    sim::ControlFault lost;
+    lost.command = 0x0082;
+    camera.AddControlFault(lost);
+    m_host.Send(write);
+    EXPECT_THAT(m_host.Receive(100), IsEmpty());
+    camera.SetRegister(sim::Feature::kWidth, 12);
+    EXPECT_EQ(Hex("0000 0083 0004 0030 0000 0001"), m_host.Ask(write));
+    EXPECT_EQ(12u, camera.Register(sim::Feature::kWidth));
+    EXPECT_EQ(1u, camera.Seen().repeated);
+}
+
+TEST_F(SimTest, PulledCableLosesBothWays)
+{
+    sim::Camera& camera = Start();
+    camera.GoSilent(true);
+    m_host.Send(Hex("4201 0080 0004 0001 00000000"));
+    EXPECT_THAT(m_host.Receive(100), IsEmpty());
+    camera.SilentFor(50);
+    std::this_thread::sleep_for(std::chrono::milliseconds(60));
+    EXPECT_EQ(Hex("0000 0081 0004 00020000"), m_host.Read(kNone));
+}
+
+// ---- Stream
+
+struct BlockForm
+{
+    const char* name;
+    bool extended;
+    sim::ChunkMode chunks;
+    const char* leader;
+    std::vector<const char*> payloadHeaders;
+    const char* trailer;
+};
+
+class ReferenceBlocks : public SimTest, public testing::WithParamInterface<BlockForm>
+{
+};
+
+TEST_P(ReferenceBlocks, AreSentToTheByte)
+{
+    const BlockForm& form = GetParam();
+    m_config.extendedId = form.extended;
+    m_config.chunkMode = form.chunks;
+    m_config.firstBlockId = form.extended ? 0x123456789 : 0xFFFE;
+    sim::Camera& camera = Start();
+    EXPECT_EQ(0u, camera.SetRegister(sim::Feature::kOffsetX, 3));
+    EXPECT_EQ(0u, camera.SetRegister(sim::Feature::kAcquisitionMode, 1));
+    OpenStream();
+    StartAcquisition();
+
+    Bytes payload;
+    for (std::size_t i = 0; i < 128; ++i) {
+        payload.push_back(sim::PatternByte(m_config.geometry, m_config.pattern, m_config.firstBlockId, i));
+    }
+    if (form.chunks != sim::ChunkMode::Off) {
+        payload = payload + Hex("00000001 00000080") +
+                  Hex(form.extended ? "0000000123456789" : "000000000000FFFE") + Hex("00000002 00000008");
+    }
+    EXPECT_EQ(Hex(form.leader), m_stream.Receive());
+    std::size_t offset = 0;
+    for (const char* pHeader : form.payloadHeaders) {
+        const Bytes header = Hex(pHeader);
+        const std::size_t end = std::min(payload.size(), offset + 72 - header.size());
+        const auto first = payload.begin();
+        const Bytes data(first + static_cast<std::ptrdiff_t>(offset),
+                         first + static_cast<std::ptrdiff_t>(end));
+        EXPECT_EQ(header + data, m_stream.Receive());
+        offset = end;
+    }
+    EXPECT_EQ(payload.size(), offset);
+    EXPECT_EQ(Hex(form.trailer), m_stream.Receive());
+    EXPECT_THAT(m_stream.Receive(100), IsEmpty());
+    EXPECT_EQ(1u, camera.Seen().blocks);
+    EXPECT_FALSE(camera.IsStreaming());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Gvsp,
+    ReferenceBlocks,
+    testing::Values(
+        BlockForm{
+            "Image",
+            false,
+            sim::ChunkMode::Off,
+            "0000 FFFE 01000000  0000 0001 0000000000000000 01080001 00000010 00000008 00000003 00000000 "
+            "00000000",
+            {"0000 FFFE 03000001", "0000 FFFE 03000002"},
+            "0000 FFFE 02000003  0000 0001 00000008"
+},
+        BlockForm{
+            "ImageExtended",
+            true,
+            sim::ChunkMode::Off,
+            "0000 0000 81000000 0000000123456789 00000000"
+            "  0000 0001 0000000000000000 01080001 00000010 00000008 00000003 00000000 00000000",
+            {"0000 0000 83000000 0000000123456789 00000001", "0000 0000 83000000 0000000123456789 00000002",
+             "0000 0000 83000000 0000000123456789 00000003"},
+            "0000 0000 82000000 0000000123456789 00000004  0000 0001 00000008"},
+        BlockForm{"ImageWithChunks",
+                  false,
+                  sim::ChunkMode::ImageAndChunks,
+                  "0000 FFFE 01000000  0000 4001 0000000000000000 01080001 00000010 00000008 00000003 "
+                  "00000000 00000000",
+                  {"0000 FFFE 03000001", "0000 FFFE 03000002", "0000 FFFE 03000003"},
+                  "0000 FFFE 02000004  0000 4001 00000008 00000098 00000001"},
+        BlockForm{"ChunkData",
+                  false,
+                  sim::ChunkMode::ChunkData,
+                  "0000 FFFE 01000000  0000 0004 0000000000000000",
+                  {"0000 FFFE 03000001", "0000 FFFE 03000002", "0000 FFFE 03000003"},
+                  "0000 FFFE 02000004  0000 0004 00000098 00000001"}),
+    [](const auto& parameter) { return std::string(parameter.param.name); });
+
+TEST_F(SimTest, BlockIdsSkipZero)
+{
+    m_config.firstBlockId = 0xFFFF;
+    m_config.frameLimit = 2;
+    Start();
+    OpenStream();
+    StartAcquisition();
+    std::vector<unsigned> ids;
+    for (int i = 0; i < 8; ++i) {
+        const Bytes packet = m_stream.Receive();
+        ASSERT_LE(8u, packet.size());
+        ids.push_back(static_cast<unsigned>(packet[2] << 8 | packet[3]));
+    }
+    EXPECT_THAT(ids, ElementsAre(0xFFFF, 0xFFFF, 0xFFFF, 0xFFFF, 1, 1, 1, 1));
+    EXPECT_THAT(m_stream.Receive(100), IsEmpty());
+}
+
+TEST_F(SimTest, TestPacketFillsThePacketSizeOnce)
+{
+    sim::Camera& camera = Start();
+    OpenStream();
+    ASSERT_EQ(0u, m_host.Write("00000D04", "C0000BB8"));
+    const Bytes packet = m_stream.Receive();
+    ASSERT_EQ(3000u - 28, packet.size());
+    EXPECT_EQ(Hex("0000 0000 03000000"), Bytes(packet.begin(), packet.begin() + 8));
+    EXPECT_EQ(0x40000BB8u, camera.Register(0x0D04));
+    EXPECT_THAT(m_stream.Receive(100), IsEmpty());
+}
+
+TEST_F(SimTest, ResendsComeFromTheStoreOrAreDeclined)
+{
+    m_config.frameLimit = 3;
+    m_config.storedBlocks = 2;
+    sim::Camera& camera = Start();
+    OpenStream();
+    StartAcquisition();
+    std::map<std::pair<unsigned, unsigned>, Bytes> sent;
+    for (int i = 0; i < 12; ++i) {
+        const Bytes packet = m_stream.Receive();
+        ASSERT_LE(8u, packet.size());
+        sent[{packet[3], packet[7]}] = packet;
+    }
+    const auto marked = [&sent](unsigned block, unsigned packet) {
+        Bytes again = sent[{block, packet}];
+        again[0] = 0x01;
+        return again;
+    };
+    m_host.Send(Hex("4200 0040 000C 0040  0000 0003 00000001 00000002"));
+    EXPECT_EQ(marked(3, 1), m_stream.Receive());
+    EXPECT_EQ(marked(3, 2), m_stream.Receive());
+    m_host.Send(Hex("4200 0040 000C 0041  0000 0002 00000002 00FFFFFF"));  // to the end
+    EXPECT_EQ(marked(2, 2), m_stream.Receive());
+    EXPECT_EQ(marked(2, 3), m_stream.Receive());
+    m_host.Send(Hex("4210 0040 0014 0042  0000 0000 00000000 00000000 0000000000000002"));
+    EXPECT_EQ(marked(2, 0), m_stream.Receive());
+    m_host.Send(Hex("4200 0040 000C 0043  0000 0001 00000001 00000001"));  // gone
+    EXPECT_EQ(Hex("800C 0001 03000001"), m_stream.Receive());
+    EXPECT_THAT(m_stream.Receive(100), IsEmpty());
+    EXPECT_EQ(4u, camera.Resends().size());
+}
+
+TEST_F(SimTest, PlanDecidesTheSameInEveryRun)
+{
+    m_config.frameLimit = 1;
+    sim::StreamFaults faults;
+    const auto rule = [&faults](sim::PacketFault fault, std::uint32_t packet) {
+        sim::PacketRule one;
+        one.fault = fault;
+        one.firstPacket = packet;
+        one.lastPacket = packet;
+        faults.rules.push_back(one);
+    };
+    m_config.geometry.height = 40;  // 10 payload packets
+    rule(sim::PacketFault::Lose, 1);
+    rule(sim::PacketFault::Duplicate, 2);
+    rule(sim::PacketFault::Delay, 3);
+    rule(sim::PacketFault::Reorder, 4);
+    rule(sim::PacketFault::Truncate, 8);
+    rule(sim::PacketFault::Status, 9);
+    sim::Camera& camera = Start();
+    camera.SetStreamFaults(faults);
+    OpenStream();
+    StartAcquisition();
+    std::vector<unsigned> ids;
+    for (Bytes packet = m_stream.Receive(); packet.size() >= 8; packet = m_stream.Receive(200)) {
+        ids.push_back(packet[7]);
+        EXPECT_EQ(packet[7] == 8 ? 30u : (packet[7] == 0 ? 44u : (packet[7] == 11 ? 16u : 72u)),
+                  packet.size());
+        EXPECT_EQ(packet[7] == 9 ? 0x80 : 0, packet[0]);
+    }
+    EXPECT_THAT(ids, ElementsAre(0, 2, 2, 5, 6, 7, 4, 8, 9, 10, 11, 3));
+    EXPECT_EQ(1u, camera.Seen().packetsLost);
+
+    sim::StreamFaults dice;
+    dice.lose = 0.25;
+    int lost = 0;
+    for (std::uint32_t packet = 0; packet < 10000; ++packet) {
+        lost += dice.Decide(7, packet) == sim::PacketFault::Lose;
+        EXPECT_EQ(dice.Decide(7, packet), sim::StreamFaults(dice).Decide(7, packet));
+    }
+    EXPECT_NEAR(2500, lost, 150);
+}
+
+// ---- Two namespaces
+
+TEST(SimNetwork, BroadcastFindsTheCameraAndForceIpMovesIt)
+{
+    const sim::TestNet net;
+    sim::Config config = SmallCamera();
+    config.address = net.CameraAddress();
+    config.netns = net.CameraFile();
+    config.macAddress = 0x0030531A2B3C;
+    sim::Camera camera(config);
+    camera.Start();
+    const sim::NamespaceScope onHost(net.HostFile());
+    Host host(net.HostAddress().c_str(), "255.255.255.255");
+    const int on = 1;
+    ASSERT_EQ(0, setsockopt(host.Socket(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on));
+    EXPECT_EQ(256u, host.Ask(Hex("4211 0002 0000 0001")).size());
+    // The length field of this command may be 0.
+    const Bytes force = Hex("4211 0004 0000 0002  0000 0030 531A2B3C") + Bytes(12) + Hex("C0A84D63") +
+                        Bytes(12) + Hex("FFFFFF00") + Bytes(12) + Hex("C0A84D01");
+    EXPECT_EQ(Hex("0000 0005 0000 0002"), host.Ask(force));
+    EXPECT_EQ("192.168.77.99", camera.Address());
+    const Bytes record = host.Ask(Hex("4211 0002 0000 0003"));
+    ASSERT_EQ(256u, record.size());
+    EXPECT_EQ(Hex("C0A84D63"), Bytes(record.begin() + 44, record.begin() + 48));
+}
+
+TEST(SimNetwork, WatchedReceiverMayPauseAndLosesNothing)
+{
+    sim::TestNet::Ends ends;
+    ends.hostMtu = ends.cameraMtu = 9000;
+    const sim::TestNet net(ends);
+    sim::Config config = SmallCamera();
+    config.address = net.CameraAddress();
+    config.netns = net.CameraFile();
+    config.receiverNet = net.HostFile();
+    config.geometry.width = 2048;
+    config.geometry.height = 1024;
+    config.packetSize = 9000;
+    config.frameLimit = 3;
+    sim::Camera camera(config);
+    camera.Start();
+    const sim::NamespaceScope onHost(net.HostFile());
+    const Host stream(net.HostAddress().c_str(), net.CameraAddress().c_str());
+    camera.SetRegister(0x0D18, 0xC0A84D01);
+    camera.SetRegister(0x0D00, static_cast<std::uint32_t>(std::stoul(stream.Port(), nullptr, 16)));
+    camera.SetRegister(sim::Feature::kAcquisitionStart, 1);
+    const std::size_t packets = 3 * (2 + (2048 * 1024 + 8963) / 8964);
+    for (std::size_t i = 0; i < packets; ++i) {
+        if (i % 100 == 0) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(60));
+        }
+        ASSERT_FALSE(stream.Receive().empty()) << "packet " << i << " of " << packets;
+    }
+    EXPECT_EQ(0u, camera.Seen().watchTimeouts);
+    EXPECT_EQ(0u, camera.Seen().sendErrors);
+}
+
+TEST(SimNetwork, MulticastReachesItsGroup)
+{
+    const sim::TestNet net;
+    sim::Config config = SmallCamera();
+    config.address = net.CameraAddress();
+    config.netns = net.CameraFile();
+    config.frameLimit = 1;
+    sim::Camera camera(config);
+    camera.Start();
+    const sim::NamespaceScope onHost(net.HostFile());
+    const Host listener("0.0.0.0", net.CameraAddress().c_str());
+    ip_mreq group = {};
+    inet_pton(AF_INET, "239.10.10.10", &group.imr_multiaddr);
+    inet_pton(AF_INET, net.HostAddress().c_str(), &group.imr_interface);
+    ASSERT_EQ(0, setsockopt(listener.Socket(), IPPROTO_IP, IP_ADD_MEMBERSHIP, &group, sizeof group));
+    camera.SetRegister(0x0D18, 0xEF0A0A0A);
+    camera.SetRegister(0x0D00, static_cast<std::uint32_t>(std::stoul(listener.Port(), nullptr, 16)));
+    camera.SetRegister(sim::Feature::kAcquisitionStart, 1);
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_FALSE(listener.Receive().empty());
+    }
+}
+
+}  // namespace

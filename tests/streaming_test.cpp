@@ -1,0 +1,369 @@
+/// A consumer and a simulated camera in two network namespaces: discovery, control, images, and a lost
+/// camera.
+#include "Consumer.h"
+#include "frame/GenTLHandle.h"
+#include "sim/Camera.h"
+#include "sim/Picture.h"
+#include "sim/TestNet.h"
+#include "stream/IDataStream.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <tuple>
+
+using namespace GenTL;
+using testing::HasSubstr;
+
+namespace {
+
+constexpr const char* kSerial = "SIM000001";
+constexpr int kAutoPacketSizeEnable = 1008;
+constexpr int kMissedImages = 1002;
+constexpr int kMissedPackets = 1003;
+
+std::size_t Entries(const char* directory)
+{
+    std::size_t count = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(directory)) {
+        ++count;
+    }
+    return count;
+}
+
+/// Host and camera on a cable; the test's own thread lives on the host.
+class Bench
+{
+public:
+    explicit Bench(unsigned mtu = 1500) : m_net(Ends(mtu)), m_onHost(m_net.HostFile())
+    {
+        config.address = m_net.CameraAddress();
+        config.netns = m_net.CameraFile();
+        config.receiverNet = m_net.HostFile();
+        config.serialNumber = kSerial;
+        config.pattern = sim::TestPattern::MovingNoise;
+        config.frameRate = 0;
+        config.packetDelay = 0;
+    }
+
+    sim::Camera& StartCamera()
+    {
+        m_camera = std::make_unique<sim::Camera>(config);
+        m_camera->Start();
+        return *m_camera;
+    }
+    const sim::TestNet& Net() const { return m_net; }
+
+    sim::Config config;
+
+private:
+    static sim::TestNet::Ends Ends(unsigned mtu)
+    {
+        sim::TestNet::Ends ends;
+        ends.hostMtu = mtu;
+        ends.cameraMtu = mtu;
+        return ends;
+    }
+
+    sim::TestNet m_net;
+    sim::NamespaceScope m_onHost;
+    std::unique_ptr<sim::Camera> m_camera;
+};
+
+void OpenUpToStream(Consumer& consumer, const Bench& bench, int buffers, std::size_t size)
+{
+    consumer.OpenInterface(bench.Net().HostAddress());
+    consumer.OpenCamera(kSerial);
+    consumer.OpenStream();
+    consumer.Announce(buffers, size);
+    consumer.QueueAll();
+}
+
+void EnableAutoPacketSize(const Consumer& consumer)
+{
+    const bool on = true;
+    auto* stream = dynamic_cast<IDataStream*>(CastHandle(consumer.Stream()));
+    Consumer::Check(stream->SetInfo(kAutoPacketSizeEnable, INFO_DATATYPE_BOOL8, &on, sizeof on), "SetInfo");
+}
+
+void StartCameraAcquisition(Consumer& consumer)
+{
+    consumer.WriteRegister(sim::Feature::kAcquisitionStart, 1);
+}
+void StopCameraAcquisition(Consumer& consumer)
+{
+    consumer.WriteRegister(sim::Feature::kAcquisitionStop, 1);
+}
+
+// ---- Images
+
+class EveryByte : public testing::TestWithParam<std::tuple<unsigned, bool>>
+{
+};
+
+TEST_P(EveryByte, OfTwoHundredImages)
+{
+    const auto [packetSize, extended] = GetParam();
+    Bench bench(packetSize);
+    bench.config.packetSize = packetSize;
+    bench.config.extendedId = extended;
+    bench.config.geometry.width = 2048;
+    bench.config.geometry.height = 1024;
+    sim::Camera& camera = bench.StartCamera();
+    const std::size_t size = bench.config.geometry.ImageBytes();
+
+    Consumer consumer;
+    OpenUpToStream(consumer, bench, 8, size);
+    consumer.Start();
+    StartCameraAcquisition(consumer);
+    for (std::uint64_t i = 1; i <= 200; ++i) {
+        void* hBuffer = consumer.NextImage(5000);
+        ASSERT_NE(nullptr, hBuffer) << "image " << i;
+        const auto block = consumer.BufferInfo<std::uint64_t>(hBuffer, BUFFER_INFO_FRAMEID);
+        ASSERT_EQ(i, block);
+        EXPECT_EQ(size, consumer.BufferInfo<std::uint64_t>(hBuffer, BUFFER_INFO_SIZE_FILLED));
+        EXPECT_FALSE(consumer.BufferInfo<bool>(hBuffer, BUFFER_INFO_IS_INCOMPLETE));
+        const void* data = consumer.BufferInfo<void*>(hBuffer, BUFFER_INFO_BASE);
+        ASSERT_EQ(sim::Picture::kNoMismatch, camera.CurrentPicture()->FindMismatch(block, data, size))
+            << "image " << i;
+        consumer.Queue(hBuffer);
+    }
+    EXPECT_EQ(0U, consumer.StreamInfo<std::uint64_t>(kMissedImages));
+    EXPECT_EQ(0U, consumer.StreamInfo<std::uint64_t>(kMissedPackets));
+    EXPECT_EQ(0U, consumer.StreamInfo<std::uint64_t>(STREAM_INFO_NUM_UNDERRUN));
+    EXPECT_EQ(200U, consumer.StreamInfo<std::uint64_t>(STREAM_INFO_NUM_DELIVERED));
+    StopCameraAcquisition(consumer);
+    consumer.Stop();
+}
+
+INSTANTIATE_TEST_SUITE_P(BothHeaders,
+                         EveryByte,
+                         testing::Combine(testing::Values(1500U, 9000U), testing::Bool()),
+                         [](const auto& parameter) {
+                             return std::to_string(std::get<0>(parameter.param)) +
+                                    (std::get<1>(parameter.param) ? "Extended" : "Standard");
+                         });
+
+TEST(Streaming, FindsThePacketSizeOfThePath)
+{
+    Bench bench(1500);
+    bench.config.packetSize = 9000;
+    sim::Camera& camera = bench.StartCamera();
+    Consumer consumer;
+    OpenUpToStream(consumer, bench, 4, bench.config.geometry.ImageBytes());
+
+    EXPECT_NE(0, DSStartAcquisition(consumer.Stream(), ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE));
+    EXPECT_THAT(Consumer::TakeError(),
+                HasSubstr("test packet failed. Could be because mtu is < than that of the device"));
+    EXPECT_FALSE(consumer.StreamInfo<bool>(STREAM_INFO_IS_GRABBING));
+    EXPECT_EQ(0U, camera.Register(0x0D00));
+
+    EnableAutoPacketSize(consumer);
+    consumer.Start();
+    EXPECT_EQ(1500U, camera.Register(0x0D04) & 0xFFFF);
+    StartCameraAcquisition(consumer);
+    EXPECT_NE(nullptr, consumer.NextImage(2000));
+    consumer.Stop();
+    EXPECT_EQ(0U, camera.Register(0x0D00));
+}
+
+// Whatever the wire does, an image is delivered whole, or marked, or counted as missing.
+TEST(Streaming, AccountsForABadWire)
+{
+    Bench bench(1500);
+    sim::Camera& camera = bench.StartCamera();
+    sim::StreamFaults faults;
+    faults.lose = 0.002;
+    faults.duplicate = 0.002;
+    faults.reorder = 0.002;
+    faults.truncate = 0.001;
+    faults.badStatus = 0.001;
+    camera.SetStreamFaults(faults);
+    const std::size_t size = bench.config.geometry.ImageBytes();
+    Consumer consumer;
+    OpenUpToStream(consumer, bench, 8, size);
+    consumer.Start();
+    StartCameraAcquisition(consumer);
+    std::uint64_t whole = 0;
+    std::uint64_t marked = 0;
+    std::uint64_t lastBlock = 0;
+    while (whole + marked < 300) {
+        void* hBuffer = consumer.NextImage(3000);
+        ASSERT_NE(nullptr, hBuffer);
+        const auto block = consumer.BufferInfo<std::uint64_t>(hBuffer, BUFFER_INFO_FRAMEID);
+        EXPECT_LT(lastBlock, block);
+        lastBlock = block;
+        if (consumer.BufferInfo<bool>(hBuffer, BUFFER_INFO_IS_INCOMPLETE)) {
+            ++marked;
+        } else {
+            ++whole;
+        }
+        consumer.Queue(hBuffer);
+    }
+    EXPECT_LT(0U, whole);
+    EXPECT_LT(0U, marked);
+    StopCameraAcquisition(consumer);
+    consumer.Stop();
+    EXPECT_LE(lastBlock, 300 + consumer.StreamInfo<std::uint64_t>(kMissedImages) +
+                             consumer.StreamInfo<std::uint64_t>(STREAM_INFO_NUM_UNDERRUN));
+}
+
+TEST(Streaming, StartsAndStopsAgain)
+{
+    Bench bench(1500);
+    bench.StartCamera();
+    const std::size_t size = bench.config.geometry.ImageBytes();
+    Consumer consumer;
+    OpenUpToStream(consumer, bench, 4, size);
+    for (int run = 0; run < 3; ++run) {
+        consumer.Start();
+        StartCameraAcquisition(consumer);
+        for (int i = 0; i < 3; ++i) {
+            void* hBuffer = consumer.NextImage(2000);
+            ASSERT_NE(nullptr, hBuffer);
+            consumer.Queue(hBuffer);
+        }
+        StopCameraAcquisition(consumer);
+        consumer.Stop();
+        Consumer::Check(DSFlushQueue(consumer.Stream(), ACQ_QUEUE_ALL_TO_INPUT), "DSFlushQueue");
+    }
+}
+
+// ---- Discovery and control
+
+TEST(Control, FindsTellsAndMovesACamera)
+{
+    for (const auto answer : {sim::AnswerByBroadcast::Never, sim::AnswerByBroadcast::WhenAllowed}) {
+        Bench bench;
+        bench.config.answerByBroadcast = answer;
+        bench.config.model = "Bench model";
+        bench.config.userName = "left arm";
+        bench.StartCamera();
+        Consumer consumer;
+        consumer.OpenInterface(bench.Net().HostAddress());
+        std::uint32_t count = 0;
+        ASSERT_EQ(0, IFGetNumDevices(consumer.Interface(), &count));
+        ASSERT_LE(1U, count);
+        char text[64] = {};
+        std::size_t size = sizeof text;
+        int type = 0;
+        ASSERT_EQ(0, IFGetDeviceInfo(consumer.Interface(), kSerial, DEVICE_INFO_MODEL, &type, text, &size));
+        EXPECT_STREQ("Bench model", text);
+        size = sizeof text;
+        ASSERT_EQ(0, IFGetDeviceInfo(consumer.Interface(), kSerial, DEVICE_INFO_USER_DEFINED_NAME, &type,
+                                     text, &size));
+        EXPECT_STREQ("left arm", text);
+
+        std::uint64_t mac = 0;
+        size = sizeof mac;
+        ASSERT_EQ(0, IFGetDeviceInfo(consumer.Interface(), kSerial, DEVICE_INFO_GEV_MAC_ADDRESS, &type, &mac,
+                                     &size));
+        constexpr unsigned kNewAddress = 0xC0A84D63;  // 192.168.77.99
+        // The answer to FORCEIP is awaited on the adapter's own socket, which hears no broadcast.
+        const int expected = answer == sim::AnswerByBroadcast::Never ? GC_ERR_SUCCESS : GC_ERR_TIMEOUT;
+        EXPECT_EQ(expected, IFForceIp(consumer.Interface(), mac, kNewAddress, 0xFFFFFF00, 0))
+            << Consumer::TakeError();
+        ASSERT_EQ(0, IFUpdateDeviceList(consumer.Interface(), nullptr, 300));
+        std::uint32_t address = 0;
+        size = sizeof address;
+        ASSERT_EQ(0, IFGetDeviceInfo(consumer.Interface(), kSerial, DEVICE_INFO_GEV_IP_ADDRESS, &type,
+                                     &address, &size));
+        EXPECT_EQ(kNewAddress, address);
+        consumer.OpenCamera(kSerial);
+        EXPECT_EQ(bench.config.geometry.width, consumer.ReadRegister(sim::Feature::kWidth));
+    }
+}
+
+/// WRITEREG of CCP, sent by another application on the camera's side of the cable.
+void TakeControlElsewhere(const Bench& bench)
+{
+    sim::RunInNamespace(bench.Net().CameraFile(), [&] {
+        const int other = socket(AF_INET, SOCK_DGRAM, 0);
+        const unsigned char command[] = {0x42, 0x01, 0x00, 0x82, 0x00, 0x08, 0x00, 0x01,
+                                         0x00, 0x00, 0x0A, 0x00, 0x00, 0x00, 0x00, 0x02};
+        sockaddr_in camera{};
+        camera.sin_family = AF_INET;
+        camera.sin_port = htons(3956);
+        inet_pton(AF_INET, bench.Net().CameraAddress().c_str(), &camera.sin_addr);
+        sendto(other, command, sizeof command, 0, reinterpret_cast<sockaddr*>(&camera), sizeof camera);
+        unsigned char answer[12];
+        EXPECT_EQ(12, recv(other, answer, sizeof answer, 0));
+        close(other);
+    });
+}
+
+TEST(Control, IsRefusedWhileAnotherHasTheCamera)
+{
+    Bench bench;
+    sim::Camera& camera = bench.StartCamera();
+    Consumer consumer;
+    consumer.OpenInterface(bench.Net().HostAddress());
+    TakeControlElsewhere(bench);
+    ASSERT_TRUE(camera.IsControlled());
+    void* hDevice = nullptr;
+    EXPECT_EQ(GC_ERR_ACCESS_DENIED,
+              IFOpenDevice(consumer.Interface(), kSerial, DEVICE_ACCESS_CONTROL, &hDevice));
+    EXPECT_THAT(Consumer::TakeError(), HasSubstr("failed to write to CCP (0x0A00) register"));
+    consumer.OpenCamera(kSerial, DEVICE_ACCESS_READONLY);
+    EXPECT_EQ(bench.config.geometry.width, consumer.ReadRegister(sim::Feature::kWidth));
+}
+
+TEST(Control, HeartbeatKeepsItAndCloseGivesItUp)
+{
+    Bench bench;
+    bench.config.heartbeatTimeout = 500;
+    sim::Camera& camera = bench.StartCamera();
+    Consumer consumer;
+    consumer.OpenInterface(bench.Net().HostAddress());
+    consumer.OpenCamera(kSerial);
+    usleep(1200000);
+    EXPECT_TRUE(camera.IsControlled());
+    EXPECT_EQ(0U, camera.Seen().heartbeatsLost);
+    consumer.CloseCamera();
+    EXPECT_FALSE(camera.IsControlled());
+}
+
+TEST(Control, SilentCameraFailsCallsAndLeavesNothingBehind)
+{
+    Bench bench;
+    bench.config.frameRate = 50;
+    sim::Camera& camera = bench.StartCamera();
+    Consumer consumer;
+    consumer.OpenInterface(bench.Net().HostAddress());
+    const std::size_t threads = Entries("/proc/self/task");
+    const std::size_t descriptors = Entries("/proc/self/fd");
+
+    consumer.OpenCamera(kSerial);
+    consumer.OpenStream();
+    consumer.Announce(4, bench.config.geometry.ImageBytes());
+    consumer.QueueAll();
+    consumer.Start();
+    StartCameraAcquisition(consumer);
+    ASSERT_NE(nullptr, consumer.NextImage(2000));
+    camera.GoSilent(true);
+
+    const auto start = std::chrono::steady_clock::now();
+    std::uint32_t value = 0;
+    std::size_t size = sizeof value;
+    EXPECT_EQ(GC_ERR_TIMEOUT, GCReadPort(consumer.Port(), sim::Feature::kWidth, &value, &size));
+    EXPECT_THAT(Consumer::TakeError(), HasSubstr("GenTL::HALGev::ReadReg Ack is invalid: -1019 : "));
+    EXPECT_FALSE(consumer.DeviceInfo<bool>(DEVICE_INFO_IS_CONNECTED));
+    while (consumer.NextImage(300) != nullptr) {
+    }
+    consumer.Stop();
+    consumer.CloseStream();
+    consumer.CloseCamera();
+    // Four tries of 200 ms for each of the accesses above, and those of a heartbeat in between.
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+    EXPECT_EQ(threads, Entries("/proc/self/task"));
+    EXPECT_EQ(descriptors, Entries("/proc/self/fd"));
+}
+
+}  // namespace
