@@ -74,6 +74,14 @@ std::string SetUp(const std::string& interface, const std::string& address, std:
            interface + " mtu " + std::to_string(mtu) + " up";
 }
 
+/// An end that is up drops what it is to send until the kernel has noticed, some time later, that the other
+/// is up.
+std::string AwaitCable(const std::string& interface)
+{
+    return "for i in $(seq 250); do ip link show dev " + interface +
+           " | grep -q 'state UP' && exit 0; sleep 0.02; done; exit 1";
+}
+
 }  // namespace
 
 int Descriptor::Release()
@@ -138,6 +146,8 @@ TestNet::TestNet(const Ends& ends)
               " netns " + m_cameraFile);
     RunOnHost(SetUp(kHostInterface, ends.host, ends.hostMtu));
     RunOnCamera(SetUp(kCameraInterface, ends.camera, ends.cameraMtu));
+    RunOnHost(AwaitCable(kHostInterface));
+    RunOnCamera(AwaitCable(kCameraInterface));
 }
 
 void TestNet::RunOnHost(const std::string& command) const

@@ -49,7 +49,8 @@ private:
     Descriptor m_before;
 };
 
-/// Two network namespaces, host and camera, joined by a cable (a veth pair), each with its loopback up.
+/// Two network namespaces, host and camera, joined by a cable (a veth pair) that carries from the start, each
+/// with its loopback up.
 ///
 /// Owns the namespaces, which have no name and leave nothing behind: they go when this object and the last
 /// socket, thread and process in them have gone. Needs root or, as under `unshare --user --map-root-user
