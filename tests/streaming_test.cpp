@@ -24,7 +24,7 @@ using testing::HasSubstr;
 
 /// A device that fails to close, as that of a silent camera, stays allocated: nobody could say whether it is
 /// in use.
-extern "C" const char* __lsan_default_suppressions();
+extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions();
 extern "C" const char* __lsan_default_suppressions()
 {
     return "leak:InterfaceGev::OpenOnHandle\n";
