@@ -6,7 +6,7 @@ packages=(
     g++ cmake ninja-build pkg-config                                  # build
     libboost-dev libboost-thread-dev libboost-system-dev libboost-timer-dev libboost-chrono-dev libboost-date-time-dev
     nlohmann-json3-dev                                                # log records and their configuration
-    libcli11-dev libpng-dev libpugixml-dev                            # the tools
+    libcli11-dev libpng-dev libpugixml-dev libzip-dev                           # the tools
     libgtest-dev libgmock-dev libbenchmark-dev                        # tests and benches
     clang-format clang-tidy                                           # format and lint
     iproute2 util-linux binutils libxml2-utils                        # namespaces, symbol and XML checks

@@ -8,6 +8,7 @@
 #include "gentl/LogReceiver.h"
 #include "gentl/PixelFormat.h"
 #include "gentl/Statistics.h"
+#include "gentl/Unzip.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -239,7 +240,22 @@ TEST(DescriptionUrl, NamesAPlaceInTheCameraOrIsRefused)
           "local:a.xml;10;0", "local:a.xml;10;FFFFFFFF", "file:///a.xml", "http://host/a.xml"}) {
         EXPECT_THROW(ParseLocalUrl(bad), Failure) << bad;
     }
-    EXPECT_THROW(RequirePlainXml(std::string("PK\x03\x04rest")), Failure);
+}
+
+TEST(Unzip, ReadsTheFirstFileOfAnArchive)
+{
+    constexpr char kArchive[] =
+        "\x50\x4b\x03\x04\x14\x00\x00\x00\x08\x00\x00\x00\x21\x00\xdb\x63\xe6\x75\x0c\x00\x00\x00\x2a\x00"
+        "\x00\x00\x05\x00\x00\x00\x63\x2e\x78\x6d\x6c\xb3\x09\xca\xcf\x2f\xd1\xb7\xb3\x21\x4c\x01\x00\x50"
+        "\x4b\x01\x02\x14\x03\x14\x00\x00\x00\x08\x00\x00\x00\x21\x00\xdb\x63\xe6\x75\x0c\x00\x00\x00\x2a"
+        "\x00\x00\x00\x05\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x80\x01\x00\x00\x00\x00\x63\x2e\x78"
+        "\x6d\x6c\x50\x4b\x05\x06\x00\x00\x00\x00\x01\x00\x01\x00\x33\x00\x00\x00\x2f\x00\x00\x00\x00\x00";
+    const std::string archive(kArchive, sizeof kArchive - 1);
+    EXPECT_EQ("<Root/><Root/><Root/><Root/><Root/><Root/>", Unzipped(archive));
+    EXPECT_EQ("<Root/>", Unzipped("<Root/>"));
+    for (const std::size_t size : {std::size_t{8}, archive.size() / 2, archive.size() - 1}) {
+        EXPECT_THROW(Unzipped(archive.substr(0, size)), Failure) << size;
+    }
 }
 
 Image MakeImage(const std::vector<std::uint8_t>& bytes,

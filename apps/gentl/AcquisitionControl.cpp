@@ -4,6 +4,7 @@
 #include "gentl/Failure.h"
 #include "gentl/Files.h"
 #include "gentl/Note.h"
+#include "gentl/Unzip.h"
 
 #include <vector>
 
@@ -59,8 +60,7 @@ std::string AcquisitionControl::LoadDescription()
     } else if (text.empty()) {
         text = m_camera.FetchDescription();
     }
-    RequirePlainXml(text);
-    return text;
+    return Unzipped(text);
 }
 
 std::uint64_t AcquisitionControl::PayloadSize()

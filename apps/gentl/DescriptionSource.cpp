@@ -13,7 +13,6 @@ namespace {
 constexpr char kLocal[] = "local:";
 constexpr std::uint64_t kLongestDescription = 64u << 20;
 constexpr std::uint64_t kWordSize = 4;
-constexpr char kZipSignature[] = {'P', 'K', 3, 4};
 constexpr char kOtherDescription[] =
     "Give the description with --description FILE, or do without: see --payload-size, --start-register and "
     "--stop-register.";
@@ -115,15 +114,6 @@ std::string ReadDescription(const Producer& producer, GenTL::PORT_HANDLE hPort, 
         }
     }
     throw *firstFailure;  // there is at least one URL
-}
-
-void RequirePlainXml(const std::string& description)
-{
-    if (description.compare(0, sizeof kZipSignature, kZipSignature, sizeof kZipSignature) == 0) {
-        throw Failure(
-            "the camera's description is zipped, and this program can't unzip it",
-            "Save it with --save-description FILE, unzip it and give the XML with --description FILE.");
-    }
 }
 
 }  // namespace Tool

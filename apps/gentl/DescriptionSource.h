@@ -27,7 +27,5 @@ std::vector<std::string> DescriptionUrls(const Producer& producer, GenTL::PORT_H
 /// The description as the camera has it, which may be zipped: from the first URL that can be read, one that
 /// names a plain file before one that names a zipped one. Throws Failure.
 std::string ReadDescription(const Producer& producer, GenTL::PORT_HANDLE hPort, IRegisterPort& registers);
-/// Throws Failure when the text is a zip archive.
-void RequirePlainXml(const std::string& description);
 
 }  // namespace Tool
