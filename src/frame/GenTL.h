@@ -458,8 +458,10 @@ GENTL_API int IFForceIp(
 GENTL_API int DSWaitForNextLeader(void* hDataStream, unsigned long iTimeout);
 /// Forgets leaders seen so far, so that the next wait is for one still to come.
 GENTL_API int DSResetWaitForNextLeader(void* hDataStream);
-/// Sets how often and how long missing packets are asked for.
-GENTL_API int DSSetupResendRetryParams(void* hDataStream, unsigned long, double, char const*, char const*);
+/// Sets how long an image may take, from the next start on: iRetries frame periods, or two when it is 0.
+/// frameRate is in images per second. The texts are kept and not read.
+GENTL_API int DSSetupResendRetryParams(
+    void* hDataStream, unsigned long iRetries, double frameRate, char const* sFirst, char const* sSecond);
 }  // namespace GenTL
 #endif
 // NOLINTEND
