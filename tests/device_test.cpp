@@ -927,8 +927,6 @@ TEST_F(DeviceTest, OwnPortAndEventsSayWhatIsNotThere)
     EXPECT_THAT(std::string(url),
                 testing::MatchesRegex("local:SFNC_GenTLDevice_Reference_Version_1_0_0_Schema_1_1.xml;"
                                       "F0F00000;[0-9A-F]+.SchemaVersion=1.0.0"));
-    EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, m_device->ReadPort(0, url, &size));
-    EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, m_device->WritePort(0, url, &size));
     void* hEvent = nullptr;
     EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, m_device->RegisterEvent(EVENT_NEW_BUFFER, &hEvent));
     EXPECT_THAT(NewestError(), EndsWith(": only EVENT_REMOTE_DEVICE is implemented"));

@@ -23,7 +23,7 @@ int CopyField(const From* from, To* to)
 
 }  // namespace
 
-Device::Device() = default;
+Device::Device() : m_deviceReg(this) {}
 Device::~Device() = default;
 
 int Device::ReadPort(unsigned long, void*, unsigned long*)

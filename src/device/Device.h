@@ -1,6 +1,7 @@
 /// The Device module of any transport.
 #pragma once
 
+#include "device/DeviceRegImpl.h"
 #include "device/IDevice.h"
 #include "modules/ModuleOf.h"
 
@@ -16,7 +17,7 @@ class IDataStream;
 /// Answers the general information and keeps the action command's fields; refuses what needs a real device.
 /// DeviceGev is the only working kind.
 ///
-/// Owns: the stream objects. Threads: the consumer's. Locks: none.
+/// Owns: the stream objects, the register map. Threads: the consumer's. Locks: none.
 class Device : public ModuleOf<IDevice>
 {
 public:
@@ -74,6 +75,7 @@ protected:
     std::uint32_t m_actionGroupMask = 0;
     std::uint32_t m_actionTargetIP = 0;
     std::uint64_t m_actionExecuteTime = 0;
+    DeviceRegImpl m_deviceReg;
 };
 
 }  // namespace GenTL

@@ -156,12 +156,12 @@ void DeviceGev::ReadIdentity()
 
 int DeviceGev::ReadPort(unsigned long iAddress, void* pBuffer, unsigned long* piSize)
 {
-    return BaseModule::ReadPort(iAddress, pBuffer, piSize);
+    return m_deviceReg.DispatchRead(iAddress, pBuffer, piSize);
 }
 
 int DeviceGev::WritePort(unsigned long iAddress, const void* pBuffer, unsigned long* piSize)
 {
-    return BaseModule::WritePort(iAddress, pBuffer, piSize);
+    return m_deviceReg.DispatchWrite(iAddress, pBuffer, piSize);
 }
 
 int DeviceGev::GetPortURL(char* sURL, unsigned long* piSize) const
@@ -175,20 +175,19 @@ int DeviceGev::GetNumPortURLs(unsigned int* piNumURLs)
     return AnswerOneURL(piNumURLs);
 }
 
-int DeviceGev::GetPortURLInfo(
-    unsigned int iURLIndex, int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize)
+int DeviceGev::GetPortURLInfo(unsigned int, int, int*, void*, unsigned long*)
 {
-    return BaseModule::GetPortURLInfo(iURLIndex, iInfoCmd, piType, pBuffer, piSize);
+    return StoreName(GC_ERR_NOT_IMPLEMENTED);
 }
 
-int DeviceGev::ReadPortStacked(S_PORT_REGISTER_STACK_ENTRY* pEntries, unsigned long* piNumEntries)
+int DeviceGev::ReadPortStacked(S_PORT_REGISTER_STACK_ENTRY*, unsigned long*)
 {
-    return BaseModule::ReadPortStacked(pEntries, piNumEntries);
+    return StoreName(GC_ERR_NOT_IMPLEMENTED);
 }
 
-int DeviceGev::WritePortStacked(S_PORT_REGISTER_STACK_ENTRY* pEntries, unsigned long* piNumEntries)
+int DeviceGev::WritePortStacked(S_PORT_REGISTER_STACK_ENTRY*, unsigned long*)
 {
-    return BaseModule::WritePortStacked(pEntries, piNumEntries);
+    return StoreName(GC_ERR_NOT_IMPLEMENTED);
 }
 
 // There are no message channels yet, so there is nothing to unregister either.
