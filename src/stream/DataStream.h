@@ -3,6 +3,7 @@
 
 #include "modules/ModuleOf.h"
 #include "stream/IDataStream.h"
+#include "stream/StreamRegImpl.h"
 
 #include <boost/asio/io_service.hpp>
 #include <boost/thread/condition_variable.hpp>
@@ -24,7 +25,8 @@ struct GenTLHandle;
 
 /// The buffer handling that all transports share. It knows nothing of packets.
 ///
-/// Owns: the announced Buffers from announcement to revocation, their handles, and the one new-buffer event.
+/// Owns: the announced Buffers from announcement to revocation, their handles, the one new-buffer event, and
+/// the register map.
 /// Buffers that are still announced when the stream dies stay allocated: their memory may be the consumer's.
 /// Borrows: the device handle and the parent device.
 /// Threads: the consumer's enter every public operation; a transport's grab thread and timer thread work on
@@ -130,6 +132,7 @@ protected:
     std::uint64_t m_bufAnnounceMin = 0;
     std::uint64_t m_bufAlignment = 0;
     std::atomic<std::int64_t> m_bufferHandlingMode{0};
+    StreamRegImpl m_streamReg{this};
     std::uint64_t m_numInDriver = 0;
     boost::asio::io_service m_ioService;
 

@@ -8,6 +8,7 @@
 #include "gev/SignalBlock.h"
 #include "stream/HALGvsp.h"
 #include "stream/NoCopyGrab.h"
+#include "stream/StreamRegImpl.h"
 #include "stream/StreamStartParams.h"
 #include "xml/LocalXml.h"
 
@@ -44,6 +45,16 @@ DataStreamGev::~DataStreamGev()
 {
     StopGrabThread();
     delete m_pHalGvsp;
+}
+
+int DataStreamGev::ReadPort(unsigned long iAddress, void* pBuffer, unsigned long* piSize)
+{
+    return StreamRegImpl(this).DispatchRead(iAddress, pBuffer, piSize);
+}
+
+int DataStreamGev::WritePort(unsigned long iAddress, const void* pBuffer, unsigned long* piSize)
+{
+    return StreamRegImpl(this).DispatchWrite(iAddress, pBuffer, piSize);
 }
 
 int DataStreamGev::GetPortURL(char* sURL, unsigned long* piSize) const

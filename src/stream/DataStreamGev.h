@@ -46,6 +46,8 @@ public:
     ~DataStreamGev() override;
 
     // Port.
+    int ReadPort(unsigned long iAddress, void* pBuffer, unsigned long* piSize) override;
+    int WritePort(unsigned long iAddress, const void* pBuffer, unsigned long* piSize) override;
     int GetPortURL(char* sURL, unsigned long* piSize) const override;
     int GetPortInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize) override;
     int RegisterEvent(int iEventID, void** phEvent) override;
