@@ -841,7 +841,7 @@ TEST_F(Modules, AnUnnamedInterfaceWorksAndABareOneRefuses)
     unsigned long size = 0;
     EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, iface.ReadPort(0x100, nullptr, &size));
     EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, iface.ReadPortStacked(nullptr, &size));
-    EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, m_system->WritePort(0x100, &zero, &size));
+    EXPECT_EQ(GC_ERR_ACCESS_DENIED, m_system->WritePort(0x100, &zero, &size));
     g_openedDevicesRegistry.PopInterfaceEntry("0000c0a80101");
     delete &iface;
 

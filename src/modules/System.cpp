@@ -279,6 +279,16 @@ int System::UpdateInterfaceList(bool* pbChanged, unsigned long iTimeout)
     return GC_ERR_SUCCESS;
 }
 
+int System::ReadPort(unsigned long iAddress, void* pBuffer, unsigned long* piSize)
+{
+    return m_registerMap.DispatchRead(iAddress, pBuffer, piSize);
+}
+
+int System::WritePort(unsigned long iAddress, const void* pBuffer, unsigned long* piSize)
+{
+    return m_registerMap.DispatchWrite(iAddress, pBuffer, piSize);
+}
+
 int System::GetPortURL(char* sURL, unsigned long* piSize) const
 {
     return AnswerLocalURL("SFNC_GenTLSystem_Reference_Version_1_0_0_Schema_1_1", kSystemXml.size(), sURL,

@@ -4,6 +4,7 @@
 #include "frame/TLInfo.h"
 #include "modules/ISystem.h"
 #include "modules/ModuleOf.h"
+#include "modules/SystemRegImpl.h"
 
 #include <cstdint>
 #include <string>
@@ -34,6 +35,8 @@ public:
     int OpenInterface(const char* sIfaceID, void* hSystem, void** phIface) override;
     int UpdateInterfaceList(bool* pbChanged, unsigned long iTimeout) override;
 
+    int ReadPort(unsigned long iAddress, void* pBuffer, unsigned long* piSize) override;
+    int WritePort(unsigned long iAddress, const void* pBuffer, unsigned long* piSize) override;
     int GetPortURL(char* sURL, unsigned long* piSize) const override;
     int GetNumPortURLs(unsigned int* piNumURLs) override;
     int ReadPortStacked(S_PORT_REGISTER_STACK_ENTRY* pEntries, unsigned long* piNumEntries) override;
@@ -68,6 +71,7 @@ private:
     bool HasInterface(const std::string& id) const;
 
     IHALGev* m_pHal = nullptr;
+    SystemRegImpl m_registerMap{this};
     TLInfo m_tlInfo;
     std::vector<std::string> m_interfaces;
     std::uint32_t m_actionDeviceKey = 0;

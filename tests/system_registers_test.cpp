@@ -1,0 +1,241 @@
+/// The register map behind the System module's port.
+#include "LogConfigFile.h"
+#include "frame/Error.h"
+#include "gev/GvcpCommand.h"
+#include "gev/HALGev.h"
+#include "modules/FileUtility.h"
+#include "modules/System.h"
+#include "modules/ThreadPriority.h"
+#include "sim/TestNet.h"
+#include "xml/LocalXml.h"
+
+#include <gmock/gmock.h>
+
+#include <arpa/inet.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+using namespace GenTL;
+using testing::MatchesRegex;
+
+namespace {
+
+constexpr unsigned long kXml = 0xF0F00000;
+
+// clang-format off
+/// What a System with two interfaces answers, and how many bytes of it.
+constexpr struct { unsigned long address, value, size; } kValues[] = {
+    {0x0800, 0, 8}, {0x0900, 1, 4}, {0x1000, 5, 4}, {0x1100, 1, 8}, {0x1200, 1, 8}, {0x1300, 1, 8}, {0x1400, 2, 8},
+    {0x1500, 0, 8}, {0x1700, 0, 8}, {0x1702, 0, 4}, {0x1703, 1, 4}, {0x1801, 1, 4}, {0x1901, 0, 4}, {0x2001, 0, 4},
+    {0x2101, 0, 4}, {0x6000, 0, 8}, {0x6100, 1, 8},
+};
+/// The fields of the action command: only what fits is written and read, and the size stays as given.
+constexpr struct { unsigned long address, size; } kActionFields[] = {
+    {0x4200, 4}, {0x4300, 4}, {0x4400, 4}, {0x4500, 4}, {0x4600, 8},
+};
+constexpr unsigned long kReadOnly[] = {
+    0x0100, 0x0200, 0x0300, 0x0400, 0x0500, 0x0600, 0x0700, 0x0800, 0x0900, 0x1000, 0x1100, 0x1200, 0x1300, 0x1400,
+    0x1500, 0x1702, 0x1703, 0x1800, 0x1801, 0x1900, 0x1901, 0x2000, 0x2001, 0x2100, 0x2101, kXml,
+};
+constexpr unsigned long kWriteOnly[] = {0x1600, 0x4000, 0x7000};
+constexpr unsigned long kUnknown[] = {
+    0, 0x0101, 0x1701, 0x4100, 0x5000, kXml + 1, 0x1F0F00000, 0xFFFFFFFFF0F00000, 0x100000100,
+};
+// clang-format on
+
+/// Lists what the test says. The System deletes it.
+class FakeHal : public HALGev
+{
+public:
+    explicit FakeHal(const std::vector<std::string>& ids) : m_ids(ids) {}
+    int GetInterfaces(std::vector<std::string>& ids) override { return ids = m_ids, 0; }
+
+private:
+    const std::vector<std::string>& m_ids;
+};
+
+class SystemRegisters : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        WriteLogConfig();
+        ASSERT_EQ(0, GCInitLib());
+        ASSERT_EQ(0, m_system.Open());
+        ErrorCache::GetErrorCache()->Clear();
+    }
+    void TearDown() override
+    {
+        m_system.Close();
+        GCCloseLib();
+    }
+    // At an odd address, in m_bytes; bytes that aren't written are EE.
+    std::string Read(unsigned long address, unsigned long size = 8)
+    {
+        std::string bytes(1 + std::max(size, 8ul), '\xEE');
+        const int code = m_system.ReadPort(address, bytes.data() + 1, &size);
+        m_bytes = bytes.substr(1);
+        return Outcome(code, size);
+    }
+    std::string Write(unsigned long address, unsigned long value, unsigned long size = 8)
+    {
+        char bytes[9] = {};
+        std::memcpy(bytes + 1, &value, sizeof value);
+        const int code = m_system.WritePort(address, bytes + 1, &size);
+        return Outcome(code, size);
+    }
+    void Expect(unsigned long address, unsigned long value, unsigned long written = 8, unsigned long size = 0)
+    {
+        EXPECT_EQ("0:" + std::to_string(size == 0 ? written : size), Read(address)) << address;
+        std::string bytes(8, '\xEE');
+        std::memcpy(bytes.data(), &value, written);
+        EXPECT_EQ(bytes, m_bytes) << address;
+    }
+    /// "code:size", and what is cached: "default" for the code's own message, or another message as it is.
+    static std::string Outcome(int code, unsigned long size)
+    {
+        std::string outcome = std::to_string(code) + ":" + std::to_string(size);
+        if (Error e; ErrorCache::GetErrorCache()->Pop(e) == 0) {
+            EXPECT_EQ(code, e.Code());
+            outcome += " " + (e.Message() == e.CodeDefaultMessage() ? "default" : e.Message());
+        }
+        return outcome;
+    }
+
+    std::vector<std::string> m_interfaces = {"0000c0a80101", "00000a000001"};
+    System m_system{new FakeHal(m_interfaces)};
+    std::string m_bytes;
+};
+
+TEST_F(SystemRegisters, NumbersHaveTheBytesOfTheirType)
+{
+    for (const auto& row : kValues) {
+        Expect(row.address, row.value, row.size);
+        EXPECT_THAT(Read(row.address, row.size - 1), MatchesRegex("-1016:. .+")) << row.address;
+        EXPECT_EQ(std::string(8, '\xEE'), m_bytes);
+    }
+}
+
+TEST_F(SystemRegisters, TextsFillTheWholeBuffer)
+{
+    // clang-format off
+    const std::pair<unsigned long, std::string> rows[] = {
+        {0x0100, "NORVO_GenTL_1_5"}, {0x0200, "Norvo Imaging Inc"}, {0x0300, "GenTL Producer"}, {0x0400, "0.1.43.0"},
+        {0x0500, GetGenTLFileName()}, {0x0600, "Norvo Imaging Inc GenTL Module"}, {0x0700, GetGenTLFilePath()},
+        {0x1800, "0000c0a80101"},
+    };
+    // clang-format on
+    for (const auto& [address, text] : rows) {
+        EXPECT_EQ("0:" + std::to_string(text.size() + 1), Read(address, 512)) << address;
+        EXPECT_EQ(text + std::string(512 - text.size(), '\0'), m_bytes);
+        EXPECT_THAT(Read(address, 4), MatchesRegex("-1016:4 .*" + std::to_string(text.size() + 1) + ".*"));
+        EXPECT_EQ(std::string(8, '\xEE'), m_bytes);
+    }
+    EXPECT_EQ("0:" + std::to_string(kSystemXml.size() + 1), Read(kXml, kSystemXml.size() + 1));
+    EXPECT_EQ(std::string(kSystemXml) + '\xEE', m_bytes) << "not a byte more than the URL says";
+}
+
+TEST_F(SystemRegisters, OtherAccessesAreRefused)
+{
+    for (const unsigned long address : kReadOnly) {
+        EXPECT_EQ("-1005:8 default", Write(address, 0)) << address;
+    }
+    for (const unsigned long address : kWriteOnly) {
+        EXPECT_EQ("-1005:8 default", Read(address)) << address;
+    }
+    for (const unsigned long address : kUnknown) {
+        EXPECT_EQ("-1015:8 default", Read(address)) << address;
+        EXPECT_EQ("-1015:8 default", Write(address, 0)) << address;
+    }
+    unsigned long size = 8;
+    EXPECT_EQ("-1009:8 default", Outcome(m_system.ReadPort(0x5000, nullptr, &size), size));
+    EXPECT_EQ("-1009:8 default", Outcome(m_system.WritePort(0x4200, &size, nullptr), size));
+    // There is no driver.
+    EXPECT_EQ("-1003:8", Write(0x7000, 1));
+    EXPECT_EQ("-1003:8", Write(0x7010, 1));
+    EXPECT_EQ("-1003:256", Read(0x7010, 256));
+}
+
+TEST_F(SystemRegisters, SelectorStaysWithinTheListItWasSetFor)
+{
+    EXPECT_EQ("0:8", Write(0x1700, 0xFFFFFFFF00000001, 4)) << "the low half counts";
+    for (const unsigned long refused : {2ul, 0xFFFFFFFFul, 0x80000000ul}) {
+        EXPECT_EQ("-1017:8", Write(0x1700, refused));
+    }
+    EXPECT_EQ("-1016:3", Write(0x1700, 0, 3));
+    Expect(0x1700, 1);
+    EXPECT_EQ("0:13", Read(0x1800, 512));
+    EXPECT_STREQ("00000a000001", m_bytes.c_str());
+    for (const unsigned long address : {0x1900ul, 0x2000ul, 0x2100ul}) {
+        EXPECT_THAT(Read(address), MatchesRegex("-1014:8 GetInterfaceInfo.*")) << address;
+    }
+
+    // The list shrinks; nobody moves the selector.
+    m_interfaces.clear();
+    EXPECT_EQ("0:8", Write(0x1600, 0));
+    Expect(0x1700, 1);
+    Expect(0x1703, 0, 4);
+    Expect(0x1801, 0, 4);
+    EXPECT_EQ("-1017:8", Write(0x1700, 0));
+    EXPECT_THAT(Read(0x1800, 512), MatchesRegex("-1017:512 GetInterfaceID.*"));
+    EXPECT_THAT(Read(0x1900), MatchesRegex("-1017:8 GetInterfaceID.*"));
+}
+
+TEST_F(SystemRegisters, ThreadPrioritiesAreKeptByKind)
+{
+    using P = ThreadPriority;
+    std::atomic<long>* const kinds[] = {&P::m_priorityGrabThread, &P::m_priorityEventThread,
+                                        &P::m_priorityHeartbeatThread};
+    for (const unsigned long kind : {0ul, 1ul, 2ul}) {
+        EXPECT_EQ("0:8", Write(0x6000, kind));
+        EXPECT_EQ("0:8", Write(0x6100, 3 - kind));
+        EXPECT_EQ("-1019:8 default", Write(0x6000, kind == 0 ? 3 : ~0ul));
+        EXPECT_EQ("-1019:8 default", Write(0x6100, kind == 0 ? 4 : ~0ul));
+        for (const unsigned long address : {0x6000ul, 0x6100ul}) {
+            EXPECT_EQ("-1016:7 default", Read(address, 7));
+            EXPECT_EQ("-1016:7 default", Write(address, 0, 7));
+        }
+        Expect(0x6000, kind);
+        Expect(0x6100, 3 - kind);
+        EXPECT_EQ(3 - static_cast<long>(kind), kinds[kind]->exchange(1));
+    }
+}
+
+TEST_F(SystemRegisters, ActionCommandIsSentAsWritten)
+{
+    unsigned long value = 0x8182838401020304;
+    for (const auto& row : kActionFields) {
+        Expect(row.address, 0, row.size, 8);
+        EXPECT_EQ("0:8", Write(row.address, row.address == 0x4500 ? 0xFFFFFFFF : value));
+        Expect(row.address, row.address == 0x4500 ? 0xFFFFFFFF : value++, row.size, 8);
+        const std::string tooShort = "-1016:" + std::to_string(row.size - 1);
+        EXPECT_EQ(tooShort, Read(row.address, row.size - 1));
+        EXPECT_EQ(tooShort, Write(row.address, 0, row.size - 1));
+    }
+
+    const sim::TestNet net;
+    net.RunOnHost(std::string("for i in $(seq 100); do ip link show ") + sim::TestNet::kHostInterface +
+                  " | grep -q 'state UP' && exit 0; sleep 0.02; done; exit 1");
+    sim::Descriptor camera;
+    sim::RunInNamespace(net.CameraFile(), [&] {
+        camera.Reset(socket(AF_INET, SOCK_DGRAM, 0));
+        const timeval patience{2, 0};
+        setsockopt(camera.Get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+        const sockaddr_in address{AF_INET, htons(kGvcpPort), {}, {}};
+        ASSERT_EQ(0, bind(camera.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address));
+    });
+    sim::RunInNamespace(net.HostFile(), [&] { EXPECT_EQ("0:8", Write(0x4000, 0)); });
+    char datagram[64];
+    ASSERT_EQ(28, recv(camera.Get(), datagram, sizeof datagram, 0));
+    EXPECT_EQ(
+        std::string("\x01\x02\x03\x04\x01\x02\x03\x05\x01\x02\x03\x06\x81\x82\x83\x84\x01\x02\x03\x07", 20),
+        std::string(datagram + 8, 20));
+}
+
+}  // namespace
