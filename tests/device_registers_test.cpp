@@ -1,4 +1,5 @@
 /// The register map behind the Device module's own port, over a scripted camera.
+#include "RegisterTest.h"
 #include "device/DeviceGev.h"
 #include "frame/Error.h"
 #include "frame/GenTLHandle.h"
@@ -61,7 +62,7 @@ public:
     int m_code = 0;
 };
 
-class DeviceRegisters : public testing::Test
+class DeviceRegisters : public RegisterTest
 {
 protected:
     void SetUp() override
@@ -71,39 +72,11 @@ protected:
     }
     void TearDown() override { m_device.Close(); }
 
-    // At an odd address, in m_bytes and m_number; bytes that aren't written are EE.
-    std::string Read(unsigned long address, unsigned long size)
-    {
-        std::string bytes(1 + std::max(size, 8ul), '\xEE');
-        const int code = m_device.ReadPort(address, bytes.data() + 1, &size);
-        m_bytes = bytes.substr(1);
-        std::memcpy(&m_number, m_bytes.data(), sizeof m_number);
-        return Outcome(code, size);
-    }
-    std::string Write(unsigned long address, unsigned long value, unsigned long size)
-    {
-        char bytes[9] = {};
-        std::memcpy(bytes + 1, &value, sizeof value);
-        const int code = m_device.WritePort(address, bytes + 1, &size);
-        return Outcome(code, size);
-    }
-    /// "code:size", and what is cached: "default" for the code's own message, or another message as it is.
-    static std::string Outcome(int code, unsigned long size)
-    {
-        const std::string outcome = std::to_string(code) + ":" + std::to_string(size);
-        Error e;
-        if (ErrorCache::GetErrorCache()->Pop(e) != 0) {
-            return outcome;
-        }
-        EXPECT_EQ(code, e.Code());
-        return outcome + " " + (e.Message() == e.CodeDefaultMessage() ? "default" : e.Message());
-    }
+    IBaseModule& Port() override { return static_cast<IDevice&>(m_device); }
 
     int m_parent = 0;
     Camera m_camera;
     DeviceGev m_device{&m_camera, "if", &m_parent, ToHandle(&m_camera.m_handle)};
-    std::string m_bytes;
-    unsigned long m_number = 0;
 };
 
 TEST_F(DeviceRegisters, TextsFillTheWholeRegister)
@@ -126,8 +99,8 @@ TEST_F(DeviceRegisters, NumbersTakeWhatTheirTypeNeeds)
     for (const unsigned long address :
          {0x0900, 0x1100, 0x1200, 0x1400, 0x1500, 0x1600, 0x1701, 0x1800, 0x1901}) {
         const std::string outcome = Read(address, 8);
-        values.push_back(m_number);
-        const unsigned long needed = m_number >= kRest ? 4 : 8;
+        values.push_back(Number());
+        const unsigned long needed = Number() >= kRest ? 4 : 8;
         EXPECT_EQ("0:" + std::to_string(needed), outcome) << address;
         EXPECT_THAT(Read(address, needed - 1), StartsWith("-1016:")) << address;
         EXPECT_EQ(std::string(8, '\xEE'), m_bytes);
@@ -180,7 +153,7 @@ TEST_F(DeviceRegisters, StreamSelectorStaysWhereItWasPut)
     for (const int wrong : {static_cast<int>(numStreams), -1, INT_MIN}) {
         EXPECT_EQ("-1017:4", Write(0x1800, static_cast<unsigned>(wrong), 4));
         EXPECT_EQ("0:8", Read(0x1800, 8));
-        EXPECT_EQ(wrong, static_cast<long>(m_number));
+        EXPECT_EQ(wrong, static_cast<long>(Number()));
         EXPECT_THAT(Read(0x1900, 512), StartsWith("-1017:512 GetDataStreamID():"));
     }
     EXPECT_EQ("-1016:3", Write(0x1800, 0, 3));
@@ -197,14 +170,14 @@ TEST_F(DeviceRegisters, MechanismReachesTheCamerasPort)
         EXPECT_EQ("-1013:7 default", Write(0x1200, 1 - mechanism, 7));
         EXPECT_EQ("0:8", Write(0x1200, mechanism, 8));
         Read(0x1200, 8);
-        EXPECT_EQ(mechanism, m_number);
+        EXPECT_EQ(mechanism, Number());
         unsigned long size = 4;
         EXPECT_EQ(0, CastHandle(hPort)->ReadPort(0x0A00, m_bytes.data(), &size));
         EXPECT_EQ(mechanism == 1 ? "ReadMem" : "ReadReg", m_camera.m_latest);
     }
     EXPECT_EQ("0:4", Write(0x1100, 1, 4));
     EXPECT_EQ("0:4", Read(0x1100, 4));
-    EXPECT_EQ(DEVICE_ACCESS_STATUS_READONLY, static_cast<int>(m_number));
+    EXPECT_EQ(DEVICE_ACCESS_STATUS_READONLY, static_cast<int>(Number()));
 }
 
 TEST_F(DeviceRegisters, ActionCommandGoesOutWithTheStoredKeys)
@@ -218,7 +191,7 @@ TEST_F(DeviceRegisters, ActionCommandGoesOutWithTheStoredKeys)
         EXPECT_EQ("-1016:" + std::to_string(length - 1), Read(address, length - 1));
         EXPECT_EQ("0:8", Write(address, value, 8));
         EXPECT_EQ("0:8", Read(address, 8));
-        EXPECT_EQ(length == 8 ? value : kRest | (value & UINT_MAX), m_number);
+        EXPECT_EQ(length == 8 ? value : kRest | (value & UINT_MAX), Number());
     }
     m_camera.m_code = GC_ERR_TIMEOUT;
     EXPECT_EQ("-1011:8", Write(0x4000, 0, 8));

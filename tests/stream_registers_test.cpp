@@ -1,4 +1,5 @@
 /// The register map behind the DataStream module's port.
+#include "RegisterTest.h"
 #include "frame/Error.h"
 #include "gev/HALGev.h"
 #include "log/GLogger.h"
@@ -66,7 +67,7 @@ public:
     using DataStreamGev::m_isGrabbing;
 };
 
-class StreamRegisters : public testing::Test
+class StreamRegisters : public RegisterTest
 {
 protected:
     void SetUp() override
@@ -84,38 +85,7 @@ protected:
     }
     ~StreamRegisters() override { close(m_socket); }
 
-    // At an odd address, in m_bytes; bytes that aren't written are EE.
-    std::string Read(unsigned long address, unsigned long size = 8)
-    {
-        std::string bytes(1 + std::max(size, 8ul), '\xEE');
-        const int code = m_stream.ReadPort(address, bytes.data() + 1, &size);
-        m_bytes = bytes.substr(1);
-        return Outcome(code, size);
-    }
-    std::string Write(unsigned long address, unsigned long value, unsigned long size = 8)
-    {
-        char bytes[9] = {};
-        std::memcpy(bytes + 1, &value, sizeof value);
-        const int code = m_stream.WritePort(address, bytes + 1, &size);
-        return Outcome(code, size);
-    }
-    void Expect(unsigned long address, unsigned long value, unsigned long size)
-    {
-        EXPECT_EQ("0:" + std::to_string(size), Read(address)) << address;
-        std::string bytes(8, '\xEE');
-        std::memcpy(bytes.data(), &value, size);
-        EXPECT_EQ(bytes, m_bytes) << address;
-    }
-    /// "code:size", and what is cached: "default" for the code's own message, or another message as it is.
-    static std::string Outcome(int code, unsigned long size)
-    {
-        std::string outcome = std::to_string(code) + ":" + std::to_string(size);
-        if (Error e; ErrorCache::GetErrorCache()->Pop(e) == 0) {
-            EXPECT_EQ(code, e.Code());
-            outcome += " " + (e.Message() == e.CodeDefaultMessage() ? "default" : e.Message());
-        }
-        return outcome;
-    }
+    IBaseModule& Port() override { return static_cast<IDataStream&>(m_stream); }
     /// What was logged, or nothing.
     std::string Logged() const
     {
@@ -128,7 +98,6 @@ protected:
     std::unique_ptr<GLogger> m_log;
     HALGev m_control;
     Stream m_stream{&m_control};
-    std::string m_bytes;
 };
 
 TEST_F(StreamRegisters, AnswerAsManyBytesAsTheirTypeHas)

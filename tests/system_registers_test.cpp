@@ -1,5 +1,6 @@
 /// The register map behind the System module's port.
 #include "LogConfigFile.h"
+#include "RegisterTest.h"
 #include "frame/Error.h"
 #include "gev/GvcpCommand.h"
 #include "gev/HALGev.h"
@@ -60,7 +61,7 @@ private:
     const std::vector<std::string>& m_ids;
 };
 
-class SystemRegisters : public testing::Test
+class SystemRegisters : public RegisterTest
 {
 protected:
     void SetUp() override
@@ -75,42 +76,10 @@ protected:
         m_system.Close();
         GCCloseLib();
     }
-    // At an odd address, in m_bytes; bytes that aren't written are EE.
-    std::string Read(unsigned long address, unsigned long size = 8)
-    {
-        std::string bytes(1 + std::max(size, 8ul), '\xEE');
-        const int code = m_system.ReadPort(address, bytes.data() + 1, &size);
-        m_bytes = bytes.substr(1);
-        return Outcome(code, size);
-    }
-    std::string Write(unsigned long address, unsigned long value, unsigned long size = 8)
-    {
-        char bytes[9] = {};
-        std::memcpy(bytes + 1, &value, sizeof value);
-        const int code = m_system.WritePort(address, bytes + 1, &size);
-        return Outcome(code, size);
-    }
-    void Expect(unsigned long address, unsigned long value, unsigned long written = 8, unsigned long size = 0)
-    {
-        EXPECT_EQ("0:" + std::to_string(size == 0 ? written : size), Read(address)) << address;
-        std::string bytes(8, '\xEE');
-        std::memcpy(bytes.data(), &value, written);
-        EXPECT_EQ(bytes, m_bytes) << address;
-    }
-    /// "code:size", and what is cached: "default" for the code's own message, or another message as it is.
-    static std::string Outcome(int code, unsigned long size)
-    {
-        std::string outcome = std::to_string(code) + ":" + std::to_string(size);
-        if (Error e; ErrorCache::GetErrorCache()->Pop(e) == 0) {
-            EXPECT_EQ(code, e.Code());
-            outcome += " " + (e.Message() == e.CodeDefaultMessage() ? "default" : e.Message());
-        }
-        return outcome;
-    }
+    IBaseModule& Port() override { return static_cast<ISystem&>(m_system); }
 
     std::vector<std::string> m_interfaces = {"0000c0a80101", "00000a000001"};
     System m_system{new FakeHal(m_interfaces)};
-    std::string m_bytes;
 };
 
 TEST_F(SystemRegisters, NumbersHaveTheBytesOfTheirType)

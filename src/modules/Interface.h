@@ -2,6 +2,7 @@
 #pragma once
 
 #include "modules/IInterface.h"
+#include "modules/InterfaceRegImpl.h"
 #include "modules/ModuleOf.h"
 
 #include <string>
@@ -51,6 +52,7 @@ public:
 protected:
     std::vector<std::tuple<std::string, unsigned int>> m_devices;
     std::string m_displayName;
+    InterfaceRegImpl m_registerMap{this};
 };
 
 }  // namespace GenTL

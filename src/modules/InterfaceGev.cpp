@@ -167,12 +167,12 @@ int InterfaceGev::GetNumPortURLs(unsigned int* piNumURLs)
 
 int InterfaceGev::ReadPort(unsigned long iAddress, void* pBuffer, unsigned long* piSize)
 {
-    return BaseModule::ReadPort(iAddress, pBuffer, piSize);
+    return m_registerMap.DispatchRead(iAddress, pBuffer, piSize);
 }
 
 int InterfaceGev::WritePort(unsigned long iAddress, const void* pBuffer, unsigned long* piSize)
 {
-    return BaseModule::WritePort(iAddress, pBuffer, piSize);
+    return m_registerMap.DispatchWrite(iAddress, pBuffer, piSize);
 }
 
 int InterfaceGev::RegisterEvent(int iEventID, void** phEvent)

@@ -5,7 +5,6 @@
 #include "modules/ThreadPriority.h"
 #include "xml/LocalXml.h"
 
-#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <iterator>
@@ -21,7 +20,6 @@ constexpr int kNotAvailable = 0;
 constexpr unsigned long kIdSize = 512;
 constexpr unsigned long kUpdateTimeoutMs = 100;
 constexpr std::uint64_t kNumberSize = 8;
-constexpr std::int64_t kNothingSelected = -1;
 
 /// By the value of ThreadSelection.
 std::atomic<long>* const kPriorities[] = {
@@ -67,22 +65,12 @@ int SystemRegImpl::Answer(const Value& value, void* pBuffer, unsigned long* piSi
     return m_info.SetInfo(value, &type, pBuffer, piSize);
 }
 
-bool SystemRegImpl::IsInterfaceSelected() const
-{
-    unsigned int count = 0;
-    return m_pSystem->GetNumInterfaces(&count) == GC_ERR_SUCCESS && m_interfaceSelector >= 0 &&
-           m_interfaceSelector < static_cast<std::int64_t>(count);
-}
-
 int SystemRegImpl::SelectedInterfaceInfo(int command, void* pBuffer, unsigned long* piSize)
 {
-    if (m_interfaceSelector == kNothingSelected) {
-        return Store(GC_ERR_INVALID_INDEX);
-    }
     char id[kIdSize] = {};
     unsigned long size = sizeof id;
-    const auto index = static_cast<unsigned int>(m_interfaceSelector);
-    if (const int code = m_pSystem->GetInterfaceID(index, id, &size); code != GC_ERR_SUCCESS) {
+    const int code = m_pSystem->GetInterfaceID(m_interfaceSelector.Index(), id, &size);
+    if (code != GC_ERR_SUCCESS) {
         return code;
     }
     int type = 0;
@@ -207,26 +195,16 @@ int SystemRegImpl::SetInterfaceUpdateList_Reg(const void*, unsigned long*)
 
 int SystemRegImpl::GetInterfaceSelector_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Answer(m_interfaceSelector, pBuffer, piSize);
+    return Answer(long{m_interfaceSelector.Value()}, pBuffer, piSize);
 }
 
 int SystemRegImpl::SetInterfaceSelector_Reg(const void* pBuffer, unsigned long* piSize)
 {
-    std::int32_t value = 0;
-    if (*piSize < sizeof value) {
-        return GC_ERR_BUFFER_TOO_SMALL;
-    }
     unsigned int count = 0;
     if (const int code = m_pSystem->GetNumInterfaces(&count); code != GC_ERR_SUCCESS) {
         return code;
     }
-    std::memcpy(&value, pBuffer, sizeof value);
-    if (value < 0 || static_cast<unsigned int>(value) >= count) {
-        return GC_ERR_INVALID_INDEX;
-    }
-    m_interfaceSelector = value;
-    *piSize = sizeof m_interfaceSelector;
-    return GC_ERR_SUCCESS;
+    return m_interfaceSelector.Write(pBuffer, piSize, count);
 }
 
 int SystemRegImpl::GetInterfaceSelector_Min_Reg(void* pBuffer, unsigned long* piSize)
@@ -240,15 +218,15 @@ int SystemRegImpl::GetInterfaceSelector_Max_Reg(void* pBuffer, unsigned long* pi
     if (const int code = m_pSystem->GetNumInterfaces(&count); code != GC_ERR_SUCCESS) {
         return code;
     }
-    return Answer(std::max(static_cast<int>(count) - 1, 0), pBuffer, piSize);
+    return Answer(IndexSelector::Highest(count), pBuffer, piSize);
 }
 
 int SystemRegImpl::GetInterfaceID(void* pBuffer, unsigned long* piSize)
 {
     char id[kIdSize] = {};
     unsigned long size = sizeof id;
-    const auto index = static_cast<unsigned int>(m_interfaceSelector);
-    if (const int code = m_pSystem->GetInterfaceID(index, id, &size); code != GC_ERR_SUCCESS) {
+    const int code = m_pSystem->GetInterfaceID(m_interfaceSelector.Index(), id, &size);
+    if (code != GC_ERR_SUCCESS) {
         return code;
     }
     return Answer(std::string(id), pBuffer, piSize);
@@ -256,7 +234,10 @@ int SystemRegImpl::GetInterfaceID(void* pBuffer, unsigned long* piSize)
 
 int SystemRegImpl::GetInterfaceID_Available_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Answer(static_cast<int>(IsInterfaceSelected()), pBuffer, piSize);
+    unsigned int count = 0;
+    const bool selected =
+        m_pSystem->GetNumInterfaces(&count) == GC_ERR_SUCCESS && m_interfaceSelector.IsWithin(count);
+    return Answer(static_cast<int>(selected), pBuffer, piSize);
 }
 
 int SystemRegImpl::GetGevInterfaceMACAddress_Reg(void* pBuffer, unsigned long* piSize)

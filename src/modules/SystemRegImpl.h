@@ -2,6 +2,7 @@
 #pragma once
 
 #include "frame/InfoUtility.h"
+#include "modules/IndexSelector.h"
 #include "modules/SystemReg.h"
 
 #include <cstdint>
@@ -74,7 +75,6 @@ private:
     int Info(int command, void* pBuffer, unsigned long* piSize);
     template <typename Value>
     int Answer(const Value& value, void* pBuffer, unsigned long* piSize) const;
-    bool IsInterfaceSelected() const;
     /// What a closed interface can't tell.
     int SelectedInterfaceInfo(int command, void* pBuffer, unsigned long* piSize);
     template <typename Field>
@@ -83,7 +83,7 @@ private:
     int WriteField(int (System::*set)(const Field*), const void* pBuffer, const unsigned long* piSize);
 
     System* m_pSystem;
-    std::int64_t m_interfaceSelector = 0;
+    IndexSelector m_interfaceSelector;
     InfoUtility m_info;
     std::uint64_t m_threadSelection = 0;
 };

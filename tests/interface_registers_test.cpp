@@ -1,0 +1,164 @@
+/// The register map behind the Interface module's port, over a scripted control layer.
+#include "LogConfigFile.h"
+#include "RegisterTest.h"
+#include "gev/HALGev.h"
+#include "modules/InterfaceGev.h"
+#include "xml/LocalXml.h"
+
+#include <gmock/gmock.h>
+
+#include <tuple>
+#include <utility>
+#include <vector>
+
+using namespace GenTL;
+using testing::MatchesRegex;
+
+namespace {
+
+constexpr unsigned long kXml = 0xF0F00000;
+
+/// Has two cameras until the test says otherwise.
+class ScriptedHal : public HALGev
+{
+public:
+    int GetInterfaceId(void*, std::string& id) override { return Give(id, "0000c0a80101"); }
+    int GetMACAddress(void*, long& mac) override { return Give(mac, 0x0102030405FF); }
+    int GetIPAddress(void*, long& ip) override { return Give(ip, 0xC0A80101); }
+    int GetSubnetMask(void*, long& mask) override { return Give(mask, 0xFFFFFF00); }
+    int GetDevices(void*, std::vector<std::tuple<std::string, unsigned>>& devices, long timeoutMs) override
+    {
+        m_timeoutMs = timeoutMs;
+        devices = m_devices;
+        return 0;
+    }
+    using Id = const std::string&;
+    int GetSerialNumber(void*, Id id, std::string& text) override { return Give(text, id); }
+    int GetVendorName(void*, Id id, std::string& text) override { return Give(text, "vendor " + id); }
+    int GetModelName(void*, Id id, std::string& text) override { return Give(text, "model " + id); }
+    int GetUserDefinedName(void*, Id id, std::string& text) override { return Give(text, "user " + id); }
+    int GetDevIPAddress(void*, Id, long& ip) override { return Give(ip, 0xC0A80164); }
+    int GetDevSubnetMask(void*, Id, long& mask) override { return Give(mask, 0xFFFF0000); }
+    int GetDevMACAddress(void*, Id, long& mac) override { return Give(mac, 0xFC0182030405); }
+
+    std::vector<std::tuple<std::string, unsigned>> m_devices = {
+        {"CAM1", 1},
+        {"CAM2", 2},
+    };
+    long m_timeoutMs = 0;
+
+private:
+    template <typename Value, typename Given>
+    static int Give(Value& value, const Given& given)
+    {
+        value = static_cast<Value>(given);
+        return 0;
+    }
+};
+
+class InterfaceRegisters : public RegisterTest
+{
+protected:
+    IBaseModule& Port() override { return static_cast<IInterface&>(m_interface); }
+    void ExpectText(unsigned long address, const std::string& text)
+    {
+        EXPECT_EQ("0:" + std::to_string(text.size() + 1), Read(address, 512)) << address;
+        EXPECT_EQ(text + std::string(512 - text.size(), '\0'), m_bytes) << "the whole buffer is filled";
+        EXPECT_THAT(Read(address, 4), MatchesRegex("-1016:4 .*" + std::to_string(text.size() + 1) + ".*"));
+        EXPECT_EQ(std::string(8, '\xEE'), m_bytes);
+    }
+
+    const bool m_hasLogConfig = (WriteLogConfig(), true);
+    ScriptedHal m_hal;
+    InterfaceGev m_interface{&m_hal, nullptr, &m_hal};
+};
+
+TEST_F(InterfaceRegisters, TellOfTheAdapter)
+{
+    ExpectText(0x0100, "0000c0a80101");
+    ExpectText(0x0200, InterfaceGev::DisplayName("0000c0a80101"));
+    Expect(0x0300, 0);
+    Expect(0x0600, 0x0102030405FF);
+    Expect(0x0800, 0xC0A80101);
+    Expect(0x0900, 0xFFFFFF00);
+    EXPECT_THAT(Read(0x0600, 7), MatchesRegex("-1016:.*"));
+
+    // One adapter has one address and no gateway of its own: the selectors are there to be refused.
+    for (const unsigned long address : {0x0400ul, 0x0500ul, 0x0700ul}) {
+        EXPECT_THAT(Read(address), MatchesRegex("-1003:8 GetGevInterface.*C_ERR_NOT_IMPLEMENTED.-1003."));
+        Expect(address + 1, 0, 4);
+    }
+    for (const unsigned long address : {0x0400ul, 0x0700ul}) {
+        EXPECT_THAT(Write(address, 0), MatchesRegex("-1003:8 SetGevInterface.*C_ERR_NOT_IMPLEMENTED.-1003."));
+    }
+    EXPECT_EQ("0:" + std::to_string(kInterfaceXml.size() + 1), Read(kXml, kInterfaceXml.size() + 1));
+    EXPECT_EQ(std::string(kInterfaceXml) + '\xEE', m_bytes) << "not a byte more than the URL says";
+}
+
+TEST_F(InterfaceRegisters, TellOfTheSelectedDevice)
+{
+    Expect(0x1103, 0, 4);
+    EXPECT_EQ("-1017:8", Write(0x1100, 0)) << "there is none before a discovery";
+    EXPECT_EQ("0:8", Write(0x1000, 0x77));
+    EXPECT_EQ(100, m_hal.m_timeoutMs);
+    Expect(0x1102, 0, 4);
+    Expect(0x1103, 1, 4);
+    EXPECT_EQ("0:8", Write(0x1100, 0xFFFFFFFF00000001, 4)) << "the low half counts";
+    for (const unsigned long refused : {2ul, 0xFFFFFFFFul, 0x80000000ul}) {
+        EXPECT_EQ("-1017:8", Write(0x1100, refused));
+    }
+    EXPECT_EQ("-1016:3", Write(0x1100, 0, 3));
+    Expect(0x1100, 1);
+
+    const std::pair<unsigned long, std::string> texts[] = {
+        {0x1200, "CAM2"       },
+        {0x1300, "vendor CAM2"},
+        {0x1400, "model CAM2" },
+        {0x1600, "CAM2"       },
+        {0x1700, "user CAM2"  },
+    };
+    for (const auto& [address, text] : texts) {
+        ExpectText(address, text);
+        Expect(address + 1, 1, 4);
+    }
+    EXPECT_THAT(Read(0x1500), MatchesRegex("-1003:8 .*DEVICE_INFO_ACCESS_STATUS is not implemented"));
+    Expect(0x1501, 0, 4);
+    Expect(0x1800, 0xC0A80164, 4);
+    Expect(0x1900, 0xFFFF0000, 4);
+    Expect(0x2000, 0xFC0182030405);
+
+    // The second camera leaves, and nobody moves the selector.
+    m_hal.m_devices.pop_back();
+    EXPECT_EQ("0:8", Write(0x1000, 0));
+    Expect(0x1103, 0, 4);
+    Expect(0x1100, 1);
+    for (const unsigned long address :
+         {0x1200ul, 0x1300ul, 0x1400ul, 0x1500ul, 0x1600ul, 0x1700ul, 0x1800ul, 0x1900ul, 0x2000ul}) {
+        EXPECT_THAT(Read(address, 512), MatchesRegex("-1017:512 GetDeviceID.*")) << address;
+        Expect(address + 1, 0, 4);
+    }
+    EXPECT_EQ("0:8", Write(0x1100, 0));
+    ExpectText(0x1200, "CAM1");
+}
+
+TEST_F(InterfaceRegisters, OtherAccessesAreRefused)
+{
+    std::size_t count = 0;
+    const RegisterRow<InterfaceReg>* rows = InterfaceReg::Registers(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        const unsigned long address = rows[i].address;
+        if (address != 0x0400 && address != 0x0700 && address != 0x1000 && address != 0x1100) {
+            EXPECT_EQ("-1005:8 default", Write(address, 0)) << address;
+        }
+    }
+    EXPECT_EQ("-1005:8 default", Read(0x1000));
+    for (const unsigned long address : {0x0ul, 0x0101ul, 0x0601ul, 0x1101ul, 0x2100ul, kXml + 1, 1ul << 32}) {
+        EXPECT_EQ("-1015:8 default", Read(address)) << address;
+        EXPECT_EQ("-1015:8 default", Write(address, 0)) << address;
+    }
+    unsigned long size = 8;
+    EXPECT_EQ("-1009:8 default", Outcome(m_interface.ReadPort(0x0100, nullptr, &size), size));
+    EXPECT_EQ("-1009:8 default", Outcome(m_interface.WritePort(0x1100, &size, nullptr), size));
+}
+
+}  // namespace
