@@ -1,0 +1,206 @@
+/// The modules' descriptions against the register maps that answer for them.
+#include "device/DeviceReg.h"
+#include "modules/InterfaceReg.h"
+#include "modules/SystemReg.h"
+#include "stream/StreamReg.h"
+#include "xml/LocalXml.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <pugixml.hpp>
+
+using namespace GenTL;
+using testing::ContainerEq;
+using testing::IsEmpty;
+
+namespace {
+
+/// What a register node says, or has to say, on one line.
+using Registers = std::map<std::string, std::string>;
+
+struct Module
+{
+    const char* port;
+    std::string_view xml;
+    Registers answered;
+    /// Registers that are described but that no access reaches.
+    Registers declared;
+    std::set<std::string> categories;
+};
+
+std::string Line(
+    unsigned long address, unsigned long length, const std::string& access, bool isText, bool isUnsigned)
+{
+    return std::to_string(address) + " " + std::to_string(length) + " " + access +
+           (isText       ? ""
+            : isUnsigned ? " Unsigned LittleEndian"
+                         : " Signed LittleEndian");
+}
+
+/// Numbers are signed below firstUnsigned.
+template <typename Map>
+Registers Answered(unsigned long firstUnsigned = ~0ul)
+{
+    Registers lines;
+    std::size_t count = 0;
+    const RegisterRow<Map>* rows = Map::Registers(count);
+    for (const RegisterRow<Map>* row = rows; row != rows + count; ++row) {
+        const std::string access = row->set == nullptr ? "RO" : row->get == nullptr ? "WO" : "RW";
+        if (row->address != 0xF0F00000) {
+            lines[row->name] =
+                Line(row->address, row->length, access, row->length > 8, row->address >= firstUnsigned);
+        }
+    }
+    return lines;
+}
+
+const Module kModules[] = {
+    {"TLPort",
+     kSystemXml,    Answered<SystemReg>(),
+     {},
+     {"SystemInformation", "InterfaceEnumeration", "ActionCommandControl", "ThreadControl", "Driver"}},
+    {"InterfacePort",
+     kInterfaceXml, Answered<InterfaceReg>(),
+     {},
+     {"InterfaceInformation", "DeviceEnumeration"}                                                   },
+    {"DevicePort",
+     kDeviceXml,    Answered<DeviceReg>(),
+     {{"DeviceFamilyName", Line(0x0600, 512, "RO", true, false)},
+      {"DeviceManufacturerInfo", Line(0x0800, 512, "RO", true, false)},
+      {"DeviceEventDataFormat_Reg", Line(0x1300, 8, "RO", false, false)},
+      {"DeviceChunkDataFormat_Reg", Line(0x2000, 8, "RO", false, false)}},
+     {"DeviceInformation", "DeviceControl", "StreamEnumeration", "ActionCommandControl"}             },
+    {"StreamPort",
+     kStreamXml,    Answered<StreamReg>(0x1500),
+     {},
+     {"StreamInformation", "BufferHandlingControl"}                                                  },
+};
+
+bool EndsWith(const std::string& text, const std::string& end)
+{
+    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+class Descriptions : public testing::TestWithParam<Module>
+{
+protected:
+    void SetUp() override
+    {
+        const std::string_view xml = GetParam().xml;
+        const auto result = m_document.load_buffer(xml.data(), xml.size(), pugi::parse_full);
+        ASSERT_TRUE(result) << result.description() << " at byte " << result.offset;
+        m_root = m_document.child("RegisterDescription");
+        for (const pugi::xml_node node : m_root.children()) {
+            EXPECT_TRUE(m_nodes.emplace(node.attribute("Name").value(), node).second)
+                << node.attribute("Name").value() << " stands there twice";
+        }
+    }
+    static bool IsRegister(pugi::xml_node node) { return EndsWith(node.name(), "Reg"); }
+    /// What a person sees; the others serve such nodes.
+    static bool IsFeature(pugi::xml_node node)
+    {
+        return std::string(node.child_value("Visibility")) != "Invisible";
+    }
+    /// The names that the node's children beginning with a small p refer to, the port's included.
+    static std::vector<std::string> References(pugi::xml_node node)
+    {
+        std::vector<std::string> names;
+        for (const pugi::xml_node child : node.children()) {
+            if (child.name()[0] == 'p') {
+                names.emplace_back(child.child_value());
+            }
+        }
+        return names;
+    }
+
+    pugi::xml_document m_document;
+    pugi::xml_node m_root;
+    std::map<std::string, pugi::xml_node> m_nodes;
+};
+
+TEST_P(Descriptions, DescribeTheRegistersThatAnswer)
+{
+    Registers expected = GetParam().answered;
+    expected.insert(GetParam().declared.begin(), GetParam().declared.end());
+    Registers described;
+    for (const auto& [name, node] : m_nodes) {
+        if (IsRegister(node)) {
+            const bool isText = std::string(node.name()) == "StringReg";
+            std::string& line = described[name];
+            line = Line(node.child("Address").text().as_uint(), node.child("Length").text().as_uint(),
+                        node.child_value("AccessMode"), true, false);
+            if (!isText) {
+                line += std::string(" ") + node.child_value("Sign") + " " + node.child_value("Endianess");
+            }
+            EXPECT_STREQ(GetParam().port, node.child_value("pPort")) << name;
+        }
+    }
+    EXPECT_THAT(described, ContainerEq(expected));
+    EXPECT_STREQ("Port", m_nodes[GetParam().port].name());
+}
+
+TEST_P(Descriptions, LeadFromTheRootToEveryNode)
+{
+    std::vector<std::string> open{"Root"};
+    std::set<std::string> reached;
+    while (!open.empty()) {
+        const std::string name = open.back();
+        open.pop_back();
+        if (reached.insert(name).second) {
+            ASSERT_EQ(1u, m_nodes.count(name)) << name << " is referred to but isn't there";
+            const std::vector<std::string> names = References(m_nodes[name]);
+            open.insert(open.end(), names.begin(), names.end());
+        }
+    }
+    std::vector<std::string> unreached;
+    for (const auto& [name, node] : m_nodes) {
+        if (reached.count(name) == 0) {
+            unreached.push_back(name);
+        }
+    }
+    EXPECT_THAT(unreached, IsEmpty());
+
+    std::set<std::string> categories;
+    for (const pugi::xml_node child : m_nodes["Root"].children("pFeature")) {
+        categories.insert(child.child_value());
+        EXPECT_STREQ("Category", m_nodes[child.child_value()].name());
+    }
+    EXPECT_THAT(categories, ContainerEq(GetParam().categories));
+}
+
+TEST_P(Descriptions, TellAPersonWhatEachFeatureIs)
+{
+    std::map<std::string, int> timesListed;
+    for (const pugi::xml_node category : m_root.children("Category")) {
+        for (const pugi::xml_node feature : category.children("pFeature")) {
+            ++timesListed[feature.child_value()];
+        }
+    }
+    for (const auto& [name, node] : m_nodes) {
+        if (!IsFeature(node)) {
+            EXPECT_EQ(0, timesListed[name]) << name;
+            continue;
+        }
+        EXPECT_EQ(name == "Root" ? 0 : 1, timesListed[name]) << name << " belongs to one category";
+        for (const char* text : {"ToolTip", "Description", "DisplayName", "Visibility"}) {
+            EXPECT_STRNE("", node.child_value(text)) << name << " has no " << text;
+        }
+        std::set<std::string> values;
+        for (const pugi::xml_node entry : node.children("EnumEntry")) {
+            EXPECT_TRUE(values.insert(entry.child_value("Value")).second) << name;
+        }
+        EXPECT_EQ(std::string(node.name()) == "Enumeration", !values.empty()) << name;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Modules, Descriptions, testing::ValuesIn(kModules), [](const auto& module) {
+    return std::string(module.param.port);
+});
+
+}  // namespace
