@@ -2,6 +2,7 @@
 #include "gentl/Description.h"
 #include "gentl/DescriptionSource.h"
 #include "gentl/Failure.h"
+#include "gentl/Features.h"
 #include "gentl/Formula.h"
 #include "gentl/ImageSaver.h"
 #include "gentl/ImageWriter.h"
@@ -171,7 +172,7 @@ TEST_F(DescriptionTest, SaysWhatItCannotResolve)
         {"Nowhere",  "no register\n    stack\n  what to do: hint"},
         {"Huge",     "4096 bytes"                                },
         {"BadBit",   "no bit 32"                                 },
-        {"InChunk",  "outside the camera's registers"            },
+        {"InChunk",  "outside the port's registers"              },
         {"Circle",   "without end"                               },
         {"OwnEcho",  "without end"                               },
     };
@@ -186,6 +187,66 @@ TEST_F(DescriptionTest, SaysWhatItCannotResolve)
     EXPECT_THAT(MessageOf([this] { Description("<a/>", m_port); }), HasSubstr("RegisterDescription"));
     EXPECT_THAT(MessageOf([this] { Description("no XML", m_port); }), HasSubstr("XML"));
     EXPECT_EQ(m_description.GetInteger("Width"), 640);  // a failure leaves nothing behind
+}
+
+constexpr char kFeaturesXml[] = R"(<RegisterDescription>
+ <Category Name="Root"><pFeature>Switch</pFeature><pFeature>Name</pFeature></Category>
+ <Boolean Name="Switch"><pValue>SwitchReg</pValue><OnValue>5</OnValue><OffValue>6</OffValue></Boolean>
+ <IntReg Name="SwitchReg"><Address>0</Address><Length>1</Length><AccessMode>RW</AccessMode><pPort>P</pPort></IntReg>
+ <String Name="Name"><pValue>NameReg</pValue></String>
+ <StringReg Name="NameReg"><Address>16</Address><Length>8</Length><AccessMode>RW</AccessMode><pPort>P</pPort></StringReg>
+ <Integer Name="Ip"><pValue>IpReg</pValue><Representation>IPV4Address</Representation></Integer>
+ <Integer Name="Mac"><ImposedAccessMode>RO</ImposedAccessMode><pValue>IpReg</pValue>
+  <Representation>MACAddress</Representation></Integer>
+ <IntReg Name="IpReg"><Address>32</Address><Length>8</Length><AccessMode>RW</AccessMode><pPort>P</pPort>
+  <Endianess>LittleEndian</Endianess></IntReg>
+ <Integer Name="Locked"><pIsLocked>Switch</pIsLocked><pValue>IpReg</pValue></Integer>
+ <Integer Name="Hidden"><pIsAvailable>Never</pIsAvailable><pValue>IpReg</pValue></Integer>
+ <Integer Name="Never"><Value>0</Value></Integer>
+ <Integer Name="Hex"><pValue>IpReg</pValue><Representation>HexNumber</Representation></Integer>
+ <Port Name="P"/></RegisterDescription>)";
+
+// What is shown can be given back, in the words that a person uses.
+TEST(Features, AreWrittenAsTheyAreShown)
+{
+    FakePort port;
+    port.Write(0, {6});
+    port.Write(16, {'a', 'b', 0, 'c', 0, 0, 0, 0});
+    port.Write(32, {100, 1, 168, 192, 0, 0, 0, 0});
+    Description description(kFeaturesXml, port);
+    const struct
+    {
+        const char *feature, *shown, *written, *thenShown;
+    } rows[] = {
+        {"Locked", "3232235876",        "17",           "17"               },
+        {"Ip",     "0.0.0.17",          "192.168.1.99", "192.168.1.99"     },
+        {"Mac",    "00:00:C0:A8:01:63", nullptr,        "00:00:C0:A8:01:63"},
+        {"Hex",    "0xC0A80163",        "0xFf",         "0xFF"             },
+        {"Name",   "\"ab\"",            "\"1234567\"",  "\"1234567\""      },
+        {"Name",   "\"1234567\"",       "x",            "\"x\""            },
+        {"Switch", "false",             "on",           "true"             },
+        {"Locked", "255",               nullptr,        "255"              },
+        {"Switch", "true",              "0",            "false"            },
+        {"Hidden", "255",               nullptr,        "255"              },
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.feature);
+        EXPECT_EQ(row.shown, FeatureText(description, row.feature));
+        if (row.written != nullptr) {
+            WriteFeature(description, row.feature, row.written);
+        } else {
+            EXPECT_THAT(MessageOf([&] { WriteFeature(description, row.feature, "1"); }),
+                        testing::ContainsRegex("read-only|isn't available"));
+        }
+        EXPECT_EQ(row.thenShown, FeatureText(description, row.feature));
+    }
+    EXPECT_EQ((std::vector<std::uint8_t>{'x', 0, 0, 0, 0, 0, 0, 0}), port.Read(16, 8));
+    EXPECT_EQ(std::vector<std::uint8_t>{6}, port.Read(0, 1));
+    EXPECT_THAT(MessageOf([&] { WriteFeature(description, "Name", "12345678"); }), HasSubstr("up to 7"));
+    EXPECT_THAT(MessageOf([&] { WriteFeature(description, "Switch", "maybe"); }), HasSubstr("maybe"));
+    for (const char* number : {"", "12x", "0x", "1.2.3.4.5", "99999999999999999999"}) {
+        EXPECT_THAT(MessageOf([&] { WriteFeature(description, "Ip", number); }), HasSubstr("no number"));
+    }
 }
 
 TEST(Formula, FollowsThePrecedenceOfOperators)

@@ -5,19 +5,18 @@
 namespace Tool {
 namespace {
 
-Handle OpenDevice(const Producer& producer, const CameraInfo& info)
+Handle OpenDevice(const Producer& producer, const CameraInfo& info, GenTL::DEVICE_ACCESS_FLAGS access)
 {
     GenTL::DEV_HANDLE hDevice = nullptr;
-    producer.Check(
-        producer->IFOpenDevice(info.hInterface, info.id.c_str(), GenTL::DEVICE_ACCESS_CONTROL, &hDevice),
-        "IFOpenDevice", "open the camera " + info.id);
+    producer.Check(producer->IFOpenDevice(info.hInterface, info.id.c_str(), access, &hDevice), "IFOpenDevice",
+                   "open the camera " + info.id);
     return Handle(hDevice, producer->DevClose);
 }
 
 }  // namespace
 
-Camera::Camera(const Producer& producer, const CameraInfo& info)
-    : m_producer(producer), m_hDevice(OpenDevice(producer, info))
+Camera::Camera(const Producer& producer, const CameraInfo& info, GenTL::DEVICE_ACCESS_FLAGS access)
+    : m_producer(producer), m_hDevice(OpenDevice(producer, info, access))
 {
     m_producer.Check(m_producer->DevGetPort(m_hDevice.get(), &m_hPort), "DevGetPort",
                      "get at the camera's registers");

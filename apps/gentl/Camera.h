@@ -13,10 +13,14 @@ namespace Tool {
 class Camera
 {
 public:
-    /// Opens with control, so that no other program can change the camera. Throws Failure.
-    Camera(const Producer& producer, const CameraInfo& info);
+    /// Opens with control, so that no other program can change the camera, unless told otherwise. Throws
+    /// Failure.
+    Camera(const Producer& producer,
+           const CameraInfo& info,
+           GenTL::DEVICE_ACCESS_FLAGS access = GenTL::DEVICE_ACCESS_CONTROL);
 
     GenTL::DEV_HANDLE Device() const { return m_hDevice.get(); }
+    GenTL::PORT_HANDLE Port() const { return m_hPort; }
     RegisterAccess& Registers() { return *m_registers; }
     /// What the camera itself has as its description, perhaps zipped. Throws Failure.
     std::string FetchDescription();

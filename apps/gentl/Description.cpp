@@ -12,6 +12,7 @@ namespace {
 
 constexpr std::size_t kDeepest = 40;
 constexpr unsigned kMostSteps = 100000;
+constexpr std::int64_t kLongestText = 1 << 20;
 constexpr char kRoot[] = "RegisterDescription";
 
 bool IsOneOf(const char* text, std::initializer_list<const char*> candidates)
@@ -91,12 +92,12 @@ Description::Description(std::string_view xml, IRegisterPort& port) : m_port(por
 {
     const pugi::xml_parse_result result = m_document.load_buffer(xml.data(), xml.size());
     if (!result) {
-        throw Failure("the camera's description isn't XML: " + std::string(result.description()) +
-                      " at its byte " + std::to_string(result.offset));
+        throw Failure("the description isn't XML: " + std::string(result.description()) + " at its byte " +
+                      std::to_string(result.offset));
     }
     const pugi::xml_node root = m_document.child(kRoot);
     if (!root) {
-        throw Failure(std::string("the camera's description has no element ") + kRoot);
+        throw Failure(std::string("the description has no element ") + kRoot);
     }
     Index(root);
 }
@@ -178,11 +179,127 @@ void Description::Execute(const std::string& command)
     });
 }
 
+bool Description::GetBoolean(const std::string& feature)
+{
+    return Resolve(feature, [this](pugi::xml_node node) { return IsOn(node); });
+}
+
+void Description::SetBoolean(const std::string& feature, bool isOn)
+{
+    Resolve(feature, [this, isOn](pugi::xml_node node) {
+        const char* child = isOn ? "OnValue" : "OffValue";
+        SetValueOf(node, node.child(child) ? Number(node, child) : std::int64_t{isOn});
+    });
+}
+
+std::string Description::GetString(const std::string& feature)
+{
+    return Resolve(feature, [this](pugi::xml_node node) {
+        const auto [address, length] = LocateText(node);
+        const std::vector<std::uint8_t> bytes = m_port.Read(address, length);
+        return std::string(bytes.begin(), std::find(bytes.begin(), bytes.end(), 0));
+    });
+}
+
+void Description::SetString(const std::string& feature, const std::string& text)
+{
+    Resolve(feature, [this, &text](pugi::xml_node node) {
+        const auto [address, length] = LocateText(node);
+        if (text.size() >= length) {
+            throw Failure("it holds texts of up to " + std::to_string(length - 1) + " bytes");
+        }
+        std::vector<std::uint8_t> bytes(text.begin(), text.end());
+        bytes.resize(length);
+        m_port.Write(address, bytes);
+    });
+}
+
+std::string Description::Kind(const std::string& feature) const
+{
+    const pugi::xml_node node = Find(feature);
+    if (IsRegister(node) || IsOneOf(node.name(), {"IntSwissKnife", "IntConverter"})) {
+        return "Integer";
+    }
+    return std::strcmp(node.name(), "StringReg") == 0 ? "String" : node.name();
+}
+
+std::string Description::Representation(const std::string& feature) const
+{
+    return TextOf(Find(feature).child("Representation"));
+}
+
+std::vector<std::string> Description::Features(const std::string& category) const
+{
+    std::vector<std::string> names;
+    for (const pugi::xml_node child : Find(category).children("pFeature")) {
+        names.push_back(TextOf(child));
+    }
+    return names;
+}
+
+std::vector<std::string> Description::Entries(const std::string& enumeration) const
+{
+    std::vector<std::string> names;
+    for (const pugi::xml_node entry : Find(enumeration).children("EnumEntry")) {
+        names.emplace_back(entry.attribute("Name").value());
+    }
+    return names;
+}
+
+bool Description::IsAvailable(const std::string& feature)
+{
+    return Resolve(feature, [this](pugi::xml_node node) {
+        return Holds(node, "pIsImplemented", true) && Holds(node, "pIsAvailable", true);
+    });
+}
+
+std::string Description::Access(const std::string& feature)
+{
+    return Resolve(feature, [this](pugi::xml_node node) { return AccessOf(node); });
+}
+
+bool Description::IsOn(pugi::xml_node node)
+{
+    const std::int64_t value = ValueOf(node);
+    return node.child("OnValue") ? value == Number(node, "OnValue") : value != 0;
+}
+
+bool Description::Holds(pugi::xml_node node, const char* condition, bool isDefault)
+{
+    const pugi::xml_node child = node.child(condition);
+    if (!child) {
+        return isDefault;
+    }
+    Enter(TextOf(child));
+    const bool isOn = IsOn(Find(TextOf(child)));
+    m_path.pop_back();
+    return isOn;
+}
+
+std::string Description::AccessOf(pugi::xml_node node)
+{
+    std::string access = "RW";
+    if (const pugi::xml_node reference = node.child("pValue")) {
+        Enter(TextOf(reference));
+        access = AccessOf(Find(TextOf(reference)));
+        m_path.pop_back();
+    } else if (const pugi::xml_node mode = RegisterChild(node, "AccessMode")) {
+        access = TextOf(mode);
+    } else if (std::strcmp(node.name(), "IntSwissKnife") == 0) {
+        access = "RO";
+    }
+    const std::string imposed = TextOf(node.child("ImposedAccessMode"));
+    if (access == "RW" && !imposed.empty()) {
+        access = imposed;
+    }
+    return access == "RW" && Holds(node, "pIsLocked", false) ? "RO" : access;
+}
+
 pugi::xml_node Description::Find(const std::string& name) const
 {
     const auto found = m_nodes.find(name);
     if (found == m_nodes.end()) {
-        throw Failure("the camera's description has no " + (name.empty() ? "node without a name" : name));
+        throw Failure("the description has no " + (name.empty() ? "node without a name" : name));
     }
     return found->second;
 }
@@ -319,19 +436,40 @@ std::int64_t Description::Variable(pugi::xml_node node, const std::string& name)
     return Value(TextOf(variable));
 }
 
-Description::Register Description::Locate(pugi::xml_node node)
+std::size_t Description::Length(pugi::xml_node node, std::int64_t most)
 {
-    const pugi::xml_node frame = Frame(node);
     const pugi::xml_node port = Find(TextOf(RegisterChild(node, "pPort")));
     if (std::strcmp(port.name(), "Port") != 0 || port.child("ChunkID") || port.child("pChunkID")) {
-        throw Failure("it lies outside the camera's registers");
+        throw Failure("it lies outside the port's registers");
     }
+    const std::int64_t length = Number(Frame(node), "Length");
+    if (length < 1 || length > most) {
+        throw Failure("its register is " + std::to_string(length) + " bytes long; this kind has 1 to " +
+                      std::to_string(most));
+    }
+    return static_cast<std::size_t>(length);
+}
+
+std::pair<std::uint64_t, std::size_t> Description::LocateText(pugi::xml_node node)
+{
+    if (std::strcmp(node.name(), "String") == 0) {
+        const std::string name = TextOf(node.child("pValue"));
+        Enter(name);
+        const auto place = LocateText(Find(name));
+        m_path.pop_back();
+        return place;
+    }
+    if (std::strcmp(node.name(), "StringReg") != 0) {
+        throw Failure(std::string("it is of the kind ") + node.name() + ", which is no text");
+    }
+    const std::size_t length = Length(node, kLongestText);
+    return {Address(node), length};
+}
+
+Description::Register Description::Locate(pugi::xml_node node)
+{
     Register where{};
-    const std::int64_t length = Number(frame, "Length");
-    if (length < 1 || length > 8) {
-        throw Failure("its register is " + std::to_string(length) + " bytes long; an integer has 1 to 8");
-    }
-    where.length = static_cast<std::size_t>(length);
+    where.length = Length(node, 8);
     where.isBigEndian = TextOf(RegisterChild(node, "Endianess")) == "BigEndian";
     where.isSigned = TextOf(RegisterChild(node, "Sign")) == "Signed";
     where.highBit = static_cast<unsigned>(where.length) * 8 - 1;
@@ -351,7 +489,7 @@ Description::Register Description::Locate(pugi::xml_node node)
         where.lowBit = std::min(places[0], places[1]);
         where.highBit = std::max(places[0], places[1]);
     }
-    where.address = Address(frame);
+    where.address = Address(Frame(node));
     return where;
 }
 

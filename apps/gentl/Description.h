@@ -1,4 +1,4 @@
-/// The features of a camera as its GenApi description tells them.
+/// The features of a camera or module as its GenApi description tells them.
 #pragma once
 
 #include "gentl/IRegisterPort.h"
@@ -7,6 +7,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <pugixml.hpp>
@@ -17,8 +18,8 @@ namespace Tool {
 /// and the chain of nodes behind it down to the one that can't be resolved.
 ///
 /// Resolves the integer side of the node model: Integer, Boolean, Enumeration, Command, IntReg, MaskedIntReg,
-/// StructEntry, IntSwissKnife and IntConverter. Floats, strings, chunk data, selectors' invalidation and
-/// access conditions are left alone: values always come from the camera.
+/// StructEntry, IntSwissKnife and IntConverter; and strings. Floats, chunk data and selectors' invalidation
+/// are left alone: values always come from the port.
 class Description
 {
 public:
@@ -31,6 +32,24 @@ public:
     std::string GetEnumeration(const std::string& feature);
     void SetEnumeration(const std::string& feature, const std::string& entry);
     void Execute(const std::string& command);
+    bool GetBoolean(const std::string& feature);
+    void SetBoolean(const std::string& feature, bool isOn);
+    /// Up to the first zero byte.
+    std::string GetString(const std::string& feature);
+    /// Fills the rest of the register with zeros; a text that leaves no room for one is refused.
+    void SetString(const std::string& feature, const std::string& text);
+
+    /// "Category", "Integer", "Boolean", "Enumeration", "Command" or "String"; a kind that this program can't
+    /// read is called as in the description.
+    std::string Kind(const std::string& feature) const;
+    /// Such as "IPV4Address"; empty when the description doesn't say.
+    std::string Representation(const std::string& feature) const;
+    /// What the category lists, other categories included.
+    std::vector<std::string> Features(const std::string& category) const;
+    std::vector<std::string> Entries(const std::string& enumeration) const;
+    bool IsAvailable(const std::string& feature);
+    /// "RO", "WO" or "RW": what the register behind the feature allows and nothing on the way to it forbids.
+    std::string Access(const std::string& feature);
 
 private:
     /// Where a register lies and how its bytes make a value.
@@ -48,6 +67,10 @@ private:
     auto Resolve(const std::string& feature, Action action);
     void Index(pugi::xml_node description);
     pugi::xml_node Find(const std::string& name) const;
+    std::string AccessOf(pugi::xml_node node);
+    bool IsOn(pugi::xml_node node);
+    /// Of a reference such as pIsAvailable.
+    bool Holds(pugi::xml_node node, const char* condition, bool isDefault);
     std::int64_t Value(const std::string& name);
     void SetValue(const std::string& name, std::int64_t value);
     std::int64_t ValueOf(pugi::xml_node node);
@@ -65,6 +88,10 @@ private:
     std::int64_t Variable(pugi::xml_node node, const std::string& name);
 
     Register Locate(pugi::xml_node node);
+    /// The address and length of a string's register.
+    std::pair<std::uint64_t, std::size_t> LocateText(pugi::xml_node node);
+    /// The length in bytes, not more than the most.
+    std::size_t Length(pugi::xml_node node, std::int64_t most);
     std::uint64_t Address(pugi::xml_node node);
     std::uint64_t ReadRaw(const Register& where);
     std::int64_t ReadRegister(pugi::xml_node node);

@@ -1,6 +1,7 @@
-/// A GenTL Consumer for the command line: lists cameras, grabs images, shows the producer's log.
+/// A GenTL Consumer for the command line: lists cameras, grabs images, sets features, shows the log.
 #include "gentl/ExitCode.h"
 #include "gentl/Failure.h"
+#include "gentl/Features.h"
 #include "gentl/Grab.h"
 #include "gentl/Interrupt.h"
 #include "gentl/List.h"
@@ -28,6 +29,9 @@ struct CommandLine
     std::vector<std::string> startRegisters;
     std::vector<std::string> stopRegisters;
     bool initLog = false;
+    Tool::ModuleChoice module;
+    std::vector<std::string> requests;
+    std::string xmlFile;
 };
 
 void AddProducer(CLI::App& command, CommandLine& line)
@@ -83,6 +87,19 @@ void AddGrab(CLI::App& command, CommandLine& line)
         ->capture_default_str();
 }
 
+void AddModule(CLI::App& command, CommandLine& line)
+{
+    command
+        .add_option("-m,--module", line.module.module,
+                    "System (tl), interface (if), device (dev) or stream (ds) of the producer, or the camera")
+        ->check(CLI::IsMember({"tl", "if", "dev", "ds", "camera"}))
+        ->capture_default_str();
+    command.add_option("-c,--camera", line.module.camera,
+                       "Serial number, user name, IP, MAC or model; needed if there are several");
+    command.add_option("-i,--interface", line.module.interface,
+                       "ID or name of the interface; else the one with the camera");
+}
+
 int Perform(const CLI::App& app, CommandLine& line)
 {
     if (app.got_subcommand("log")) {
@@ -90,6 +107,13 @@ int Perform(const CLI::App& app, CommandLine& line)
     }
     if (app.got_subcommand("list")) {
         return Tool::List(Tool::Producer(Tool::FindProducer(line.producer)), line.discoveryMilliseconds);
+    }
+    line.module.discoveryMilliseconds = line.discoveryMilliseconds;
+    if (app.got_subcommand("features")) {
+        return Tool::Features(Tool::Producer(Tool::FindProducer(line.producer)), line.module, line.requests);
+    }
+    if (app.got_subcommand("xml")) {
+        return Tool::SaveXml(Tool::Producer(Tool::FindProducer(line.producer)), line.module, line.xmlFile);
     }
     line.grab.discoveryMilliseconds = line.discoveryMilliseconds;
     for (const std::string& text : line.startRegisters) {
@@ -107,7 +131,9 @@ int Perform(const CLI::App& app, CommandLine& line)
 int main(int argc, char** argv)
 {
     CommandLine line;
-    CLI::App app("Lists GigE Vision cameras, grabs images and shows the log of a GenTL Producer.", "gentl");
+    CLI::App app(
+        "Lists GigE Vision cameras, grabs images, sets features and shows the log of a GenTL Producer.",
+        "gentl");
     app.footer(kExitCodes);
     app.require_subcommand(1);
     CLI::App& list = *app.add_subcommand("list", "List network interfaces and the cameras behind them");
@@ -115,6 +141,18 @@ int main(int argc, char** argv)
     CLI::App& grab = *app.add_subcommand("grab", "Receive images from a camera");
     AddProducer(grab, line);
     AddGrab(grab, line);
+    CLI::App& features = *app.add_subcommand("features", "Show or change the features of a module");
+    AddProducer(features, line);
+    AddModule(features, line);
+    features
+        .add_option("requests", line.requests,
+                    "Features to show (NAME) or to write and show (NAME=VALUE; a command runs with any "
+                    "value), in this order; none: show all")
+        ->type_name("NAME[=VALUE]");
+    CLI::App& xml = *app.add_subcommand("xml", "Save the description of a module");
+    AddProducer(xml, line);
+    AddModule(xml, line);
+    xml.add_option("file", line.xmlFile, "Where to")->required()->type_name("FILE");
     CLI::App& log = *app.add_subcommand("log", "Show the log records of producers on this host");
     log.add_flag("--init", line.initLog, "Write a sample of norvo_log.conf into the working directory");
 

@@ -1,0 +1,236 @@
+#include "gentl/Features.h"
+
+#include "gentl/Description.h"
+#include "gentl/ExitCode.h"
+#include "gentl/Failure.h"
+#include "gentl/Files.h"
+#include "gentl/Unzip.h"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <iostream>
+#include <set>
+
+namespace Tool {
+namespace {
+
+constexpr std::size_t kNameWidth = 42;
+
+std::string Address(std::uint64_t value)
+{
+    const in_addr address{htonl(static_cast<std::uint32_t>(value))};
+    char text[INET_ADDRSTRLEN] = {};
+    inet_ntop(AF_INET, &address, text, sizeof text);
+    return text;
+}
+
+std::string Format(const char* format, std::uint64_t value)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, format, static_cast<unsigned long long>(value));
+    return text;
+}
+
+std::string Mac(std::uint64_t value)
+{
+    std::string text;
+    for (int shift = 40; shift >= 0; shift -= 8) {
+        text += (text.empty() ? "" : ":") + Format("%02llX", value >> shift & 0xFF);
+    }
+    return text;
+}
+
+std::string IntegerText(Description& description, const std::string& feature)
+{
+    const std::int64_t value = description.GetInteger(feature);
+    const auto bits = static_cast<std::uint64_t>(value);
+    const std::string representation = description.Representation(feature);
+    if (representation == "IPV4Address") {
+        return Address(bits);
+    }
+    if (representation == "MACAddress") {
+        return Mac(bits);
+    }
+    return representation == "HexNumber" ? Format("0x%llX", bits) : std::to_string(value);
+}
+
+std::int64_t ParseNumber(const std::string& text)
+{
+    in_addr address{};
+    if (inet_pton(AF_INET, text.c_str(), &address) == 1) {
+        return ntohl(address.s_addr);
+    }
+    std::size_t end = 0;
+    long long value = 0;
+    try {
+        const bool isHex = text.rfind("0x", 0) == 0 || text.rfind("0X", 0) == 0;
+        value = isHex ? static_cast<long long>(std::stoull(text, &end, 16)) : std::stoll(text, &end);
+    } catch (const std::logic_error&) {
+        end = 0;
+    }
+    if (text.empty() || end != text.size()) {
+        throw Failure("\"" + text + "\" is no number", "Numbers are written as 16, 0x10 or 192.168.1.1.");
+    }
+    return value;
+}
+
+bool ParseSwitch(const std::string& text)
+{
+    for (const bool isOn : {true, false}) {
+        const char* const words[] = {isOn ? "true" : "false", isOn ? "on" : "off", isOn ? "1" : "0"};
+        if (std::any_of(std::begin(words), std::end(words), [&](const char* word) { return text == word; })) {
+            return isOn;
+        }
+    }
+    throw Failure("\"" + text + "\" is neither true nor false");
+}
+
+/// What a person may know beside the value.
+std::string Remark(Description& description, const std::string& feature)
+{
+    const std::string access = description.Access(feature);
+    return access == "RO" ? "  (read-only)" : access == "WO" ? "  (write-only)" : "";
+}
+
+std::string Shown(Description& description, const std::string& feature)
+{
+    if (!description.IsAvailable(feature)) {
+        return "  (not available)";
+    }
+    if (description.Kind(feature) == "Command") {
+        return "  (command)";
+    }
+    if (description.Access(feature) == "WO") {
+        return Remark(description, feature);
+    }
+    return "= " + FeatureText(description, feature) + Remark(description, feature);
+}
+
+void Print(const std::string& indent, const std::string& feature, const std::string& shown)
+{
+    const std::string name = indent + feature;
+    std::cout << name << std::string(name.size() < kNameWidth ? kNameWidth - name.size() : 1, ' ') << shown
+              << '\n';
+}
+
+/// visited keeps categories that list each other from being shown for ever.
+void PrintCategory(Description& description,
+                   const std::string& category,
+                   const std::string& indent,
+                   std::set<std::string>& visited)
+{
+    if (!visited.insert(category).second) {
+        return;
+    }
+    for (const std::string& feature : description.Features(category)) {
+        if (!description.Has(feature)) {
+            Print(indent, feature, "  (missing in the description)");
+        } else if (description.Kind(feature) == "Category") {
+            std::cout << indent << feature << '\n';
+            PrintCategory(description, feature, indent + "  ", visited);
+        } else {
+            std::string shown;
+            try {
+                shown = Shown(description, feature);
+            } catch (const Failure& failure) {
+                shown = std::string("  (") + failure.what() + ")";
+            }
+            Print(indent, feature, shown);
+        }
+    }
+}
+
+void CheckIsThere(const Description& description, const std::string& feature)
+{
+    if (!description.Has(feature)) {
+        throw Failure("the module has no feature " + feature,
+                      "\"gentl features\" without a name shows what there is.");
+    }
+}
+
+void PerformRequest(Description& description, const std::string& request)
+{
+    const std::size_t equals = request.find('=');
+    const std::string feature = request.substr(0, equals);
+    CheckIsThere(description, feature);
+    if (equals != std::string::npos) {
+        WriteFeature(description, feature, request.substr(equals + 1));
+    }
+    Print("", feature, Shown(description, feature));
+    if (equals == std::string::npos) {
+        for (const std::string& entry : description.Entries(feature)) {
+            std::cout << "    " << entry << '\n';
+        }
+    }
+}
+
+}  // namespace
+
+std::string FeatureText(Description& description, const std::string& feature)
+{
+    const std::string kind = description.Kind(feature);
+    if (kind == "Enumeration") {
+        return description.GetEnumeration(feature);
+    }
+    if (kind == "Boolean") {
+        return description.GetBoolean(feature) ? "true" : "false";
+    }
+    if (kind == "String") {
+        std::string text = description.GetString(feature);
+        std::replace_if(
+            text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; }, '.');
+        return '"' + text + '"';
+    }
+    return IntegerText(description, feature);
+}
+
+void WriteFeature(Description& description, const std::string& feature, const std::string& text)
+{
+    if (!description.IsAvailable(feature)) {
+        throw Failure(feature + " isn't available");
+    }
+    if (description.Access(feature) == "RO") {
+        throw Failure(feature + " is read-only");
+    }
+    const std::string kind = description.Kind(feature);
+    if (kind == "Command") {
+        description.Execute(feature);
+    } else if (kind == "Enumeration") {
+        description.SetEnumeration(feature, text);
+    } else if (kind == "Boolean") {
+        description.SetBoolean(feature, ParseSwitch(text));
+    } else if (kind == "String") {
+        const bool isQuoted = text.size() >= 2 && text.front() == '"' && text.back() == '"';
+        description.SetString(feature, isQuoted ? text.substr(1, text.size() - 2) : text);
+    } else {
+        description.SetInteger(feature, ParseNumber(text));
+    }
+}
+
+int Features(const Producer& producer, ModuleChoice choice, const std::vector<std::string>& requests)
+{
+    choice.forWriting = std::any_of(requests.begin(), requests.end(), [](const std::string& request) {
+        return request.find('=') != std::string::npos;
+    });
+    ModulePort port(producer, choice);
+    Description description(Unzipped(port.FetchDescription()), port.Registers());
+    for (const std::string& request : requests) {
+        PerformRequest(description, request);
+    }
+    if (requests.empty()) {
+        std::set<std::string> visited;
+        PrintCategory(description, "Root", "", visited);
+    }
+    return ExitCode::kDone;
+}
+
+int SaveXml(const Producer& producer, const ModuleChoice& choice, const std::string& file)
+{
+    const std::string text = Unzipped(ModulePort(producer, choice).FetchDescription());
+    WriteFile(file, text.data(), text.size());
+    return ExitCode::kDone;
+}
+
+}  // namespace Tool
