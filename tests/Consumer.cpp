@@ -146,6 +146,20 @@ void Consumer::WriteRegister(std::uint64_t address, std::uint32_t value)
     Check(GCWritePort(m_hPort, address, &wire, &size), "GCWritePort");
 }
 
+std::uint64_t Consumer::ReadMap(void* hPort, std::uint64_t address)
+{
+    std::uint64_t value = 0;
+    std::size_t size = sizeof value;
+    Check(GCReadPort(hPort, address, &value, &size), "GCReadPort");
+    return value;
+}
+
+void Consumer::WriteMap(void* hPort, std::uint64_t address, std::uint64_t value)
+{
+    std::size_t size = sizeof value;
+    Check(GCWritePort(hPort, address, &value, &size), "GCWritePort");
+}
+
 void* Consumer::NextImage(std::uint64_t timeoutMs)
 {
     S_EVENT_NEW_BUFFER event{};

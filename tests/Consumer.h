@@ -33,6 +33,10 @@ public:
     std::uint32_t ReadRegister(std::uint64_t address);
     void WriteRegister(std::uint64_t address, std::uint32_t value);
 
+    /// A register of a module's own map, through its port.
+    static std::uint64_t ReadMap(void* hPort, std::uint64_t address);
+    static void WriteMap(void* hPort, std::uint64_t address, std::uint64_t value);
+
     /// The next image, null after the time-out.
     void* NextImage(std::uint64_t timeoutMs);
     void Queue(void* hBuffer);
@@ -59,6 +63,7 @@ public:
         });
     }
 
+    void* System() const { return m_hSystem; }
     void* Interface() const { return m_hInterface; }
     void* Device() const { return m_hDevice; }
     void* Port() const { return m_hPort; }

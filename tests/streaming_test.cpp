@@ -1,16 +1,15 @@
 /// A consumer and a simulated camera in two network namespaces: discovery, control, images, and a lost
 /// camera.
 #include "Consumer.h"
-#include "frame/GenTLHandle.h"
 #include "sim/Camera.h"
 #include "sim/Picture.h"
 #include "sim/TestNet.h"
-#include "stream/IDataStream.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
+#include <sched.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -33,7 +32,6 @@ extern "C" const char* __lsan_default_suppressions()
 namespace {
 
 constexpr const char* kSerial = "SIM000001";
-constexpr int kAutoPacketSizeEnable = 1008;
 constexpr int kMissedImages = 1002;
 constexpr int kMissedPackets = 1003;
 
@@ -96,9 +94,7 @@ void OpenUpToStream(Consumer& consumer, const Bench& bench, int buffers, std::si
 
 void EnableAutoPacketSize(const Consumer& consumer)
 {
-    const bool on = true;
-    auto* stream = dynamic_cast<IDataStream*>(CastHandle(consumer.Stream()));
-    Consumer::Check(stream->SetInfo(kAutoPacketSizeEnable, INFO_DATATYPE_BOOL8, &on, sizeof on), "SetInfo");
+    Consumer::WriteMap(consumer.Stream(), 0x2100, 1);
 }
 
 void StartCameraAcquisition(Consumer& consumer)
@@ -287,6 +283,76 @@ TEST(Control, FindsTellsAndMovesACamera)
         consumer.OpenCamera(kSerial);
         EXPECT_EQ(bench.config.geometry.width, consumer.ReadRegister(sim::Feature::kWidth));
     }
+}
+
+// ---- The modules' register maps
+
+TEST(RegisterMaps, DiscoverAndCommandTheCamera)
+{
+    Bench bench;
+    bench.config.actionDeviceKey = 0x81020304;
+    bench.config.actionGroupKey = 7;
+    bench.config.actionGroupMask = 0x80000000;
+    Consumer consumer;
+    consumer.OpenInterface(bench.Net().HostAddress(), 1);
+    sim::Camera& camera = bench.StartCamera();
+    char id[512] = {};
+    std::size_t size = sizeof id;
+    EXPECT_EQ(GC_ERR_INVALID_INDEX, GCReadPort(consumer.Interface(), 0x1200, id, &size));
+    EXPECT_EQ(0U, Consumer::ReadMap(consumer.Interface(), 0x1201));
+    Consumer::WriteMap(consumer.Interface(), 0x1000, 0);
+    EXPECT_EQ(1U, Consumer::ReadMap(consumer.Interface(), 0x1201));
+    size = sizeof id;
+    ASSERT_EQ(0, GCReadPort(consumer.Interface(), 0x1200, id, &size)) << Consumer::TakeError();
+    EXPECT_STREQ(kSerial, id);
+
+    // Only of a camera that says that it is little-endian the legacy mechanism turns words round.
+    camera.SetRegister(0x0004, camera.Register(0x0004) & 0x7FFFFFFF);
+    consumer.OpenCamera(kSerial);
+    Consumer::WriteMap(consumer.Device(), 0x1200, 0);
+    const std::uint32_t legacy = consumer.ReadRegister(sim::Feature::kWidth);
+    Consumer::WriteMap(consumer.Device(), 0x1200, 1);
+    EXPECT_EQ(htonl(legacy), consumer.ReadRegister(sim::Feature::kWidth));
+
+    Consumer::WriteMap(consumer.Device(), 0x4200, 0x81020304);
+    Consumer::WriteMap(consumer.Device(), 0x4300, 7);
+    Consumer::WriteMap(consumer.Device(), 0x4400, 0x80000001);
+    // The heartbeat may take the acknowledge for its own, so only the camera knows for sure.
+    std::uint64_t any = 0;
+    size = sizeof any;
+    GCWritePort(consumer.Device(), 0x4000, &any, &size);
+    EXPECT_EQ(1U, camera.Seen().actions);
+}
+
+int ThreadsWithPolicy(int policy)
+{
+    int count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {
+        count += sched_getscheduler(std::stoi(entry.path().filename())) == policy;
+    }
+    return count;
+}
+
+TEST(RegisterMaps, DecideHowTheStreamStarts)
+{
+    Bench bench;
+    sim::Camera& camera = bench.StartCamera();
+    Consumer consumer;
+    OpenUpToStream(consumer, bench, 4, bench.config.geometry.ImageBytes());
+    Consumer::WriteMap(consumer.System(), 0x6000, 0);  // grab threads are to be SCHED_BATCH
+    Consumer::WriteMap(consumer.System(), 0x6100, 2);
+    Consumer::WriteMap(consumer.Stream(), 0x1900, 1);
+    Consumer::WriteMap(consumer.Stream(), 0x2400, 1);
+    bench.Net().RunOnHost(std::string("ip route add 224.0.0.0/4 dev ") + sim::TestNet::kHostInterface);
+    EXPECT_EQ(0, ThreadsWithPolicy(SCHED_BATCH));
+    consumer.Start();
+    EXPECT_EQ(0xEF0A0A0AU, camera.Register(0x0D18)) << "the multicast group";
+    EXPECT_EQ(1U, Consumer::ReadMap(consumer.Stream(), 0x1900));
+    StartCameraAcquisition(consumer);
+    EXPECT_NE(nullptr, consumer.NextImage(2000));
+    EXPECT_LT(0, ThreadsWithPolicy(SCHED_BATCH));
+    consumer.Stop();
+    Consumer::WriteMap(consumer.System(), 0x6100, 1);
 }
 
 /// WRITEREG of CCP, sent by another application on the camera's side of the cable.
