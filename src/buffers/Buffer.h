@@ -18,7 +18,8 @@ namespace GenTL {
 
 struct PacketResendRequest;
 
-enum BufferState {
+/// The underlying type is fixed, so that a number out of the list can be held and compared.
+enum BufferState : int {
     IN_DISCARDED = 0,  ///< out of every queue, contents void
     IN_INPUT = 1,      ///< waits for a grab thread
     IN_ACQUIRING = 2,  ///< a grab thread writes into it

@@ -489,14 +489,15 @@ int DataStream::Withdraw(GenTLHandle* hBuffer, const Buffer& buffer, bool wantsM
         return Refuse(kStillQueued);
     }
     const AnnouncedLock announced(m_announcedMutex);
-    const auto found = std::find(m_announcedBuffers.begin(), m_announcedBuffers.end(), hBuffer);
-    if (found == m_announcedBuffers.end()) {
+    if (!IsAnnounced(hBuffer)) {
         return Refuse(kNotAnnounced);
     }
     if (wantsMemory && !buffer.m_userAllocated) {
         return Refuse(kSystemAllocated);
     }
-    m_announcedBuffers.erase(found);
+    // Every entry: a move from the consumer back to the announced buffers adds one.
+    m_announcedBuffers.erase(std::remove(m_announcedBuffers.begin(), m_announcedBuffers.end(), hBuffer),
+                             m_announcedBuffers.end());
     return GC_ERR_SUCCESS;
 }
 
