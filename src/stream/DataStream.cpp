@@ -450,6 +450,7 @@ int DataStream::RevokeBuffer(void* hBuffer, void** ppBuffer, void** ppPrivate)
     if (code != GC_ERR_SUCCESS) {
         return code;
     }
+    OnRevoke(static_cast<GenTLHandle*>(hBuffer), *pAnnounced);
     bufferLock.unlock();
     const std::unique_ptr<Buffer> pBuffer(pAnnounced);  // nobody else reaches it any more
     FreeTimers(*pBuffer);
@@ -793,6 +794,8 @@ int DataStream::KillWaitForNewBuffer()
     ++m_killCount;
     return GC_ERR_SUCCESS;
 }
+
+void DataStream::OnRevoke(GenTLHandle*, Buffer&) {}
 
 bool DataStream::IsBeingFilled(GenTLHandle*) const
 {

@@ -106,6 +106,8 @@ protected:
     /// True while a transport's thread writes into the buffer. Called with the buffer's mutex and both queue
     /// mutexes held.
     virtual bool IsBeingFilled(GenTLHandle* hBuffer) const;
+    /// A buffer is revoked: the last moment at which it and its memory are there. Called with its mutex held.
+    virtual void OnRevoke(GenTLHandle* hBuffer, Buffer& buffer);
     bool IsAnnounced(GenTLHandle* hBuffer) const;
 
     void* m_hDevice;

@@ -6,8 +6,10 @@
 #include "frame/GenTLHandle.h"
 #include "gev/IHALGev.h"
 #include "gev/SignalBlock.h"
+#include "stream/GrabCommon.h"
 #include "stream/HALGvsp.h"
 #include "stream/NoCopyGrab.h"
+#include "stream/ResendGrab.h"
 #include "stream/StreamRegImpl.h"
 #include "stream/StreamStartParams.h"
 #include "xml/LocalXml.h"
@@ -167,11 +169,14 @@ int DataStreamGev::RevokeBuffer(void* hBuffer, void** ppBuffer, void** ppPrivate
         m_bufferInHand.Recall(handle);
     }
     const Lock inFlight(m_inFlightMutex);
-    const int code = DataStream::RevokeBuffer(hBuffer, ppBuffer, ppPrivate);
-    if (!IsAnnounced(handle)) {
-        m_inFlightBuffers.remove(handle);
-    }
-    return code;
+    return DataStream::RevokeBuffer(hBuffer, ppBuffer, ppPrivate);
+}
+
+/// Under RevokeBuffer, so m_inFlightMutex is held. An image that was in collection is lost.
+void DataStreamGev::OnRevoke(GenTLHandle* hBuffer, Buffer& buffer)
+{
+    GrabCommon(*this).AbandonLocked(buffer);
+    m_inFlightBuffers.remove(hBuffer);
 }
 
 bool DataStreamGev::IsLentAfterHandOff(void* hBuffer) const
@@ -424,13 +429,22 @@ int DataStreamGev::StartGrabThread()
         return StoreName(GC_ERR_IO, "StartAcquisition");
     }
     const SignalBlock noSignals;
-    m_grabThread = boost::thread([this] { GrabThreadNoCopy(); });
+    if (m_streamInfo.m_packetResendEnable) {
+        m_grabThread = boost::thread([this] { GrabThreadResend(); });
+    } else {
+        m_grabThread = boost::thread([this] { GrabThreadNoCopy(); });
+    }
     return GC_ERR_SUCCESS;
 }
 
 void DataStreamGev::GrabThreadNoCopy()
 {
     NoCopyGrab(*this).Run();
+}
+
+void DataStreamGev::GrabThreadResend()
+{
+    ResendGrab(*this).Run();
 }
 
 int DataStreamGev::StopAcquisition(int iStopFlags)

@@ -8,27 +8,31 @@
 #include <boost/thread/thread.hpp>
 
 #include <list>
+#include <mutex>
 #include <string>
 
 namespace GenTL {
 
 class IHALGev;
+struct PacketResendRequest;
 
 /// Opens the camera's stream channel, runs the grab thread and answers the transport's info commands.
 ///
 /// Owns: beside what DataStream owns, the stream HAL while open, the grab thread from start to stop, and,
 /// through StreamInfo, the timer thread that the grab thread starts and joins. Borrows: IHALGev.
-/// Threads: the consumer's enter every public operation; the grab thread is GrabThreadNoCopy; the timer
-/// thread runs the handlers on m_ioService. StopAcquisition and the destructor interrupt and join the grab
-/// thread. Locks: m_inFlightMutex, then a buffer's m_mutex, then the queue mutexes, then m_announcedMutex.
-/// m_leaderMutex and the mutex of m_bufferInHand are leaves.
+/// Threads: the consumer's enter every public operation; the grab thread is GrabThreadResend or, without
+/// packet resend, GrabThreadNoCopy; the timer thread runs the handlers on m_ioService. StopAcquisition and
+/// the destructor interrupt and join the grab thread. Locks: m_inFlightMutex, then a buffer's m_mutex, then
+/// its m_resendRequestsMutex, a request's m_mutex and m_resendRequestListMutex, or the queue mutexes, then
+/// m_announcedMutex. m_leaderMutex and the mutex of m_bufferInHand are leaves.
 ///
 /// Revocation while the grab thread runs. A buffer is the grab thread's from the moment it leaves a queue
 /// until it is handed off:
 ///
 /// - The grab thread holds m_inFlightMutex from before it takes a buffer off a queue until the buffer stands
-///   in m_inFlightBuffers or in another queue. What it receives into is in m_bufferInHand as well, until it
-///   will touch the buffer and its memory no more.
+///   in m_inFlightBuffers or in another queue. With packet resend it touches buffers under m_inFlightMutex
+///   only. Without, what it receives into is in m_bufferInHand as well, until it will touch the buffer and
+///   its memory no more.
 ///
 /// - RevokeBuffer answers GC_ERR_BUSY for a buffer in hand. One that was handed off while the grab thread
 ///   still receives into it, which the timer thread does, is recalled first: the grab thread lets go of it
@@ -89,10 +93,13 @@ public:
 
 protected:
     bool IsBeingFilled(GenTLHandle* hBuffer) const override;
+    void OnRevoke(GenTLHandle* hBuffer, Buffer& buffer) override;
 
 private:
     friend class GrabCommon;
     friend class NoCopyGrab;
+    friend class ResendGrab;
+    friend class ResendRequests;
 
     int CheckOpen(const char* function = __builtin_FUNCTION(), int line = __builtin_LINE()) const;
     int CheckStart(int iStartFlags, unsigned long iNumToAcquire) const;
@@ -104,8 +111,9 @@ private:
     /// A buffer that was handed off while the grab thread still receives into it.
     bool IsLentAfterHandOff(void* hBuffer) const;
 
-    /// The body of the grab thread.
+    // The bodies of the grab thread.
     void GrabThreadNoCopy();
+    void GrabThreadResend();
 
     IHALGev* m_pHalGev;
     IHALGvsp* m_pHalGvsp = nullptr;  // owned; the state manager refers to the pointer
@@ -122,6 +130,9 @@ private:
     double m_frameRate = 0.0;
     std::string m_firstRetryString;
     std::string m_secondRetryString;
+    std::list<PacketResendRequest*> m_resendRequestList;  // the open ones; their buffers own them
+    std::mutex m_resendRequestListMutex;                  // guards m_resendRequestList
+    std::uint64_t m_lastResendSerial = 0;                 // guarded by m_inFlightMutex
     BufferInHand m_bufferInHand;
     std::uint64_t m_firstBufferSize = 0;  // bytes of the first announced buffer when acquisition started
 };

@@ -3,11 +3,16 @@
 #include "buffers/Buffer.h"
 #include "frame/GenTLHandle.h"
 #include "log/GLogger.h"
+#include "log/localization.h"
 #include "stream/DataStreamGev.h"
 #include "stream/GvspPacket.h"
+#include "stream/IHALGvsp.h"
+#include "stream/PacketTracking.h"
+#include "stream/ResendRequests.h"
 #include "stream/StreamInfo.h"
 
 #include <boost/asio/deadline_timer.hpp>
+#include <boost/chrono/duration.hpp>
 #include <boost/date_time/posix_time/posix_time_types.hpp>
 #include <boost/thread/lock_guard.hpp>
 #include <boost/thread/lock_types.hpp>
@@ -15,7 +20,9 @@
 #include <boost/thread/thread.hpp>
 
 #include <algorithm>
+#include <cstring>
 #include <exception>
+#include <string>
 
 namespace GenTL {
 namespace {
@@ -23,6 +30,7 @@ namespace {
 using Lock = boost::lock_guard<boost::mutex>;
 using BufferLock = boost::lock_guard<boost::recursive_mutex>;
 
+constexpr unsigned long kReceiveTimeout = 50;  // ms; a stop waits as long at most
 constexpr std::int64_t kOldestFirstOverwrite = 1;
 constexpr std::int64_t kNewestOnly = 2;
 
@@ -54,11 +62,37 @@ void ResetForNewImage(Buffer& buffer)
     buffer.m_nextExpectedPacketId = 0;
     buffer.m_resendRequestCount = 0;
     buffer.m_packetsRemaining = 0;
-    buffer.m_pPacketBitmap = nullptr;
-    buffer.m_packetBitmapSize = 0;
+    FreePacketBitmap(buffer);
 }
 
 }  // namespace
+
+int ReceiveWholePacket(IHALGvsp& hal,
+                       std::vector<char>& packet,
+                       std::uint32_t packetSize,
+                       std::size_t& length)
+{
+    int received = 0;
+    const int result =
+        hal.GetNextPacket(packet.data(), static_cast<int>(packetSize), received, kReceiveTimeout);
+    if (result == GC_ERR_SUCCESS) {
+        length = received > 0 ? std::min<std::size_t>(static_cast<std::size_t>(received), packetSize) : 0;
+        ClearUnreceived(packet, length);
+    }
+    return result;
+}
+
+void ClearUnreceived(std::vector<char>& packet, std::size_t length)
+{
+    if (length < kGvspParsedSpan) {
+        std::memset(packet.data() + length, 0, kGvspParsedSpan - length);
+    }
+}
+
+void LogNumber(const char* text, std::int64_t number)
+{
+    GLogger::Error(loc::al(text, {std::to_string(number).c_str()}).c_str());
+}
 
 GenTLHandle* CheckBufferAvailability(const std::deque<GenTLHandle*>& input,
                                      boost::mutex& inputMutex,
@@ -135,6 +169,23 @@ void UpdateBufferInfoResend(StreamInfo& stream, Buffer& buffer)
     stream.m_missedPacketCount += remaining + (remaining + buffer.m_packetsReceived) * gap;
 }
 
+void GrabCommon::RunUntilInterrupted(const std::function<void()>& body)
+{
+    try {
+        try {
+            body();
+        } catch (const std::exception& e) {
+            // Out of memory. The stream is grabbing until it is stopped, though nothing comes any more.
+            GLogger::Error(e.what());
+            for (;;) {
+                boost::this_thread::sleep_for(boost::chrono::hours(1));
+            }
+        }
+    } catch (const boost::thread_interrupted&) {
+        // StopAcquisition.
+    }
+}
+
 void GrabCommon::CheckAndCompleteExpiredBuffers()
 {
     const Lock inFlight(m_stream.m_inFlightMutex);
@@ -142,35 +193,60 @@ void GrabCommon::CheckAndCompleteExpiredBuffers()
     }
 }
 
-/// False when there is none or it is still waited for. m_inFlightMutex stays held while the virtual
-/// QueueBuffer runs, so that no buffer is revoked between two queues.
+void GrabCommon::DeliverAllInFlight()
+{
+    const Lock inFlight(m_stream.m_inFlightMutex);
+    while (!m_stream.m_inFlightBuffers.empty()) {
+        HandOffInFlightLocked(m_stream.m_inFlightBuffers.front(), Ending::Stopped);
+        m_stream.m_inFlightBuffers.pop_front();
+    }
+}
+
+/// False when there is none or it is still waited for.
 bool GrabCommon::HandOffOldestInFlightLocked()
 {
     if (m_stream.m_inFlightBuffers.empty()) {
         return false;
     }
-    StreamInfo& info = m_stream.m_streamInfo;
     GenTLHandle* hBuffer = m_stream.m_inFlightBuffers.front();
+    Buffer& buffer = *CastHandleToBufferPtr(hBuffer);
+    {
+        const BufferLock bufferLock(buffer.m_mutex);
+        const bool isExpired = buffer.m_bufferExpiryDone && buffer.m_nextPacketTimerDone;
+        if (!isExpired && buffer.m_packetsReceived != m_stream.m_streamInfo.m_packetsPerImage) {
+            return false;
+        }
+    }
+    HandOffInFlightLocked(hBuffer, Ending::Done);
+    m_stream.m_inFlightBuffers.pop_front();
+    return true;
+}
+
+/// m_inFlightMutex stays held while the virtual QueueBuffer runs, so that no buffer is revoked between two
+/// queues. It is called with no other lock held: it takes the buffer's and the queue's itself.
+void GrabCommon::HandOffInFlightLocked(GenTLHandle* hBuffer, Ending ending)
+{
+    StreamInfo& info = m_stream.m_streamInfo;
     Buffer& buffer = *CastHandleToBufferPtr(hBuffer);
     std::vector<GenTLHandle*> unread;  // go back to the input queue
     {
         const BufferLock bufferLock(buffer.m_mutex);
-        const bool expired = buffer.m_bufferExpiryDone && buffer.m_nextPacketTimerDone;
-        if (!expired && buffer.m_packetsReceived != info.m_packetsPerImage) {
-            return false;
-        }
+        AbandonLocked(buffer);
         const Lock inputLock(m_stream.m_inputMutex);
         const Lock outputLock(m_stream.m_outputMutex);
-        if (Stands(m_stream.m_inputBuffers, hBuffer) || Stands(m_stream.m_outputBuffers, hBuffer)) {
+        if (StandsInQueueLocked(hBuffer)) {
             // Delivered already, or flushed back by the consumer: this image is void.
         } else if (!buffer.m_leaderReceived) {
-            info.m_missedPacketCount += static_cast<std::uint64_t>(buffer.m_packetsRemaining);
-            info.m_missedImageCount += DiffBlockId(buffer.m_frameId, info.m_lastBlockId, info.m_extendedId);
-            info.m_lastBlockId = buffer.m_frameId;
+            if (ending == Ending::Done) {
+                info.m_missedPacketCount += static_cast<std::uint64_t>(buffer.m_packetsRemaining);
+                info.m_missedImageCount +=
+                    DiffBlockId(buffer.m_frameId, info.m_lastBlockId, info.m_extendedId);
+                info.m_lastBlockId = buffer.m_frameId;
+            }
             unread.push_back(hBuffer);
         } else {
             UpdateBufferInfoResend(info, buffer);
-            if (m_stream.m_bufferHandlingMode == kNewestOnly) {
+            if (ending == Ending::Done && m_stream.m_bufferHandlingMode == kNewestOnly) {
                 unread.assign(m_stream.m_outputBuffers.begin(), m_stream.m_outputBuffers.end());
                 m_stream.m_outputBuffers.clear();
             }
@@ -179,17 +255,29 @@ bool GrabCommon::HandOffOldestInFlightLocked()
             m_stream.m_outputCondition.notify_one();
         }
     }
-    m_stream.m_inFlightBuffers.pop_front();
     for (GenTLHandle* hUnread : unread) {
         m_stream.QueueBuffer(hUnread);
     }
-    return true;
+}
+
+bool GrabCommon::StandsInQueueLocked(const GenTLHandle* hBuffer) const
+{
+    return Stands(m_stream.m_inputBuffers, hBuffer) || Stands(m_stream.m_outputBuffers, hBuffer);
+}
+
+/// What only a collection needs.
+void GrabCommon::AbandonLocked(Buffer& buffer)
+{
+    CancelTimersLocked(buffer);
+    ResendRequests(m_stream).CancelAllLocked(buffer);
+    FreePacketBitmap(buffer);
 }
 
 void GrabCommon::ArmTimersLocked(Buffer& buffer, GenTLHandle* hBuffer)
 {
-    const TimedImage image{&m_stream, hBuffer, buffer.m_timerGeneration};
+    const TimedImage image{&m_stream, hBuffer, ++buffer.m_timerGeneration};
     buffer.m_bufferExpiryDone = false;
+    buffer.m_nextPacketTimerDone = false;
     buffer.m_pBufferExpiryTimer->expires_from_now(TimerPeriod(m_stream.m_streamInfo.m_bufferExpiry));
     buffer.m_pBufferExpiryTimer->async_wait(
         [image](const boost::system::error_code& error) { BufferExpiryTimerEventHandler(error, image); });
@@ -285,6 +373,7 @@ void GrabCommon::BufferExpiryTimerEventHandler(const boost::system::error_code& 
     Buffer& buffer = *CastHandleToBufferPtr(image.hBuffer);
     const BufferLock lock(buffer.m_mutex);
     if (buffer.m_timerGeneration == image.generation) {
+        ResendRequests(*image.pStream).AskForRestLocked(buffer, "BufferExpiryTimerEventHandler");
         buffer.m_bufferExpiryDone = true;
         buffer.m_imageExpired = true;
     }
@@ -306,8 +395,12 @@ void GrabCommon::NextPacketTimerEventHandler(const boost::system::error_code& er
         if (buffer.m_timerGeneration != image.generation) {
             return;
         }
-        if (buffer.m_packetSeen || !buffer.m_imageExpired) {
-            buffer.m_packetSeen = false;
+        const bool wasSilent = !buffer.m_packetSeen;
+        buffer.m_packetSeen = false;
+        if (!wasSilent || !buffer.m_imageExpired) {
+            if (wasSilent) {
+                ResendRequests(*image.pStream).AskForRestLocked(buffer, "NextPacketTimerEventHandler");
+            }
             common.ArmNextPacketTimerLocked(buffer, image);
             return;
         }

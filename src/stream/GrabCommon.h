@@ -5,14 +5,17 @@
 #include <boost/system/error_code.hpp>
 #include <boost/thread/mutex.hpp>
 
+#include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <vector>
 
 namespace GenTL {
 
 class Buffer;
 class DataStreamGev;
+class IHALGvsp;
 struct GenTLHandle;
 struct StreamInfo;
 
@@ -34,6 +37,18 @@ GenTLHandle* PopNextBuffer(std::deque<GenTLHandle*>& input,
 /// Writes what the consumer reads about a finished image, and counts it. Needs the buffer's mutex held.
 void UpdateBufferInfoResend(StreamInfo& stream, Buffer& buffer);
 
+/// Receives a datagram whole, waiting up to 50 ms. What the parsers may read of packet but did not come is
+/// zero. Codes as IHALGvsp::GetNextPacket.
+int ReceiveWholePacket(IHALGvsp& hal,
+                       std::vector<char>& packet,
+                       std::uint32_t packetSize,
+                       std::size_t& length);
+/// Zeroes what the parsers may read behind the length bytes that were received.
+void ClearUnreceived(std::vector<char>& packet, std::size_t length);
+
+/// Logs an error with a number in it.
+void LogNumber(const char* text, std::int64_t number);
+
 /// The image work of a stream that its grab thread and its timer thread do.
 ///
 /// Owns: nothing; a view of the stream that costs nothing to make. Threads: as told at each operation.
@@ -44,15 +59,22 @@ class GrabCommon
 public:
     explicit GrabCommon(DataStreamGev& stream) : m_stream(stream) {}
 
+    /// Runs body, which throws when the thread is interrupted, and returns then. Grab thread.
+    static void RunUntilInterrupted(const std::function<void()>& body);
+
     /// Hands off the images in collection, oldest first, up to the first that is still waited for.
     /// Grab thread and timer thread.
     void CheckAndCompleteExpiredBuffers();
+    /// The stream stops: hands off all images in collection, as they are. Grab thread.
+    void DeliverAllInFlight();
 
     /// Starts both timers for the image that begins in buffer. Grab thread.
     void ArmTimersLocked(Buffer& buffer, GenTLHandle* hBuffer);
     /// Cancels the timers that still run. A handler that is due already finds itself stale.
     static void CancelTimersLocked(Buffer& buffer);
-    /// The same for every image in collection. Needs m_inFlightMutex held.
+    /// An image in collection ends: frees what only its collection needs. Needs m_inFlightMutex held.
+    void AbandonLocked(Buffer& buffer);
+    /// Cancels the timers of every image in collection. Needs m_inFlightMutex held.
     void CancelInFlightTimersLocked();
 
     /// Releases the consumers that wait for a leader. Grab thread.
@@ -79,7 +101,11 @@ private:
                                               const TimedImage& image);
     static void NextPacketTimerEventHandler(const boost::system::error_code& error, const TimedImage& image);
 
+    enum class Ending { Done, Stopped };
+
     bool HandOffOldestInFlightLocked();
+    void HandOffInFlightLocked(GenTLHandle* hBuffer, Ending ending);
+    bool StandsInQueueLocked(const GenTLHandle* hBuffer) const;
     bool IsInCollectionInFlightLocked(GenTLHandle* hBuffer) const;
     void ArmNextPacketTimerLocked(Buffer& buffer, const TimedImage& image);
 

@@ -10,7 +10,6 @@
 #include "stream/IHALGvsp.h"
 
 #include <boost/asio/deadline_timer.hpp>
-#include <boost/chrono/duration.hpp>
 #include <boost/thread/lock_guard.hpp>
 #include <boost/thread/mutex.hpp>
 #include <boost/thread/recursive_mutex.hpp>
@@ -18,8 +17,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <exception>
-#include <limits>
 #include <new>
 #include <string>
 
@@ -29,7 +26,7 @@ namespace {
 using Lock = boost::lock_guard<boost::mutex>;
 using BufferLock = boost::lock_guard<boost::recursive_mutex>;
 
-constexpr unsigned long kReceiveTimeout = 50;      // ms; a stop waits as long at most
+constexpr unsigned long kReceiveTimeout = 50;      // ms
 constexpr std::uint32_t kLongestDatagram = 65536;  // bytes
 constexpr std::uint64_t kLeaderAndTrailer = 2;     // packets
 
@@ -49,11 +46,6 @@ bool IsKnownFormat(const ParsedGvspHeader& header)
 {
     return header.m_format == kGvspLeader || header.m_format == kGvspTrailer ||
            header.m_format == kGvspPayload;
-}
-
-void LogNumber(const char* text, std::int64_t number)
-{
-    GLogger::Error(loc::al(text, {std::to_string(number).c_str()}).c_str());
 }
 
 /// What the consumer is told of an image, without what tells how much of it came.
@@ -89,20 +81,10 @@ void NoCopyGrab::Run()
     // Without the privilege for it the thread goes on as it is.
     ThreadPriority::ApplyThreadPrioritySetting(ThreadPriority::m_priorityGrabThread);
     GLogger::Info("DataStreamGev::GrabThread(NC): Starting");
-    try {
-        try {
-            SetUp();
-            GrabImages();
-        } catch (const std::exception& e) {
-            // Out of memory. The stream is grabbing until it is stopped, though nothing comes any more.
-            GLogger::Error(e.what());
-            for (;;) {
-                boost::this_thread::sleep_for(boost::chrono::hours(1));
-            }
-        }
-    } catch (const boost::thread_interrupted&) {
-        // StopAcquisition.
-    }
+    GrabCommon::RunUntilInterrupted([this] {
+        SetUp();
+        GrabImages();
+    });
     TearDown();
 }
 
@@ -116,10 +98,7 @@ void NoCopyGrab::SetUp()
     info.m_lastBlockId = 0;
     info.m_currentBlockId = 1;
     m_payloadPerPacket = GvspPayloadPerPacket(m_packetSize, m_headerSize);
-    if (m_payloadPerPacket != 0) {
-        const std::uint64_t imageSize = m_stream.m_firstBufferSize;
-        m_payloadPackets = imageSize / m_payloadPerPacket + (imageSize % m_payloadPerPacket != 0 ? 1 : 0);
-    }
+    m_payloadPackets = PayloadPacketsPerImage(m_stream.m_firstBufferSize, m_payloadPerPacket);
     m_common.StartTimerThread();
 }
 
@@ -311,16 +290,8 @@ bool NoCopyGrab::ReceivePacket()
 
 bool NoCopyGrab::ReceiveWhole()
 {
-    const int size = static_cast<int>(m_packetSize);
-    int length = 0;
-    if (m_stream.m_pHalGvsp->GetNextPacket(m_packet.data(), size, length, kReceiveTimeout) !=
-        GC_ERR_SUCCESS) {
-        return false;
-    }
     m_isWhole = true;
-    m_length = Received(length, m_packetSize);
-    ClearUnreceived();
-    return true;
+    return ReceiveWholePacket(*m_stream.m_pHalGvsp, m_packet, m_packetSize, m_length) == GC_ERR_SUCCESS;
 }
 
 bool NoCopyGrab::ReceiveIntoImage()
@@ -328,8 +299,8 @@ bool NoCopyGrab::ReceiveIntoImage()
     if (m_expected > m_payloadPackets) {
         LogNumber("GrabThread(NC): Invalid expected packet Id: [{0}]", static_cast<std::int64_t>(m_expected));
     }
-    const Place place = PlaceOf(m_expected);
-    const std::uint64_t room = std::min(m_payloadPerPacket, place.room);
+    const PacketPlace place = PlaceOf(m_expected);
+    const std::uint64_t room = std::min<std::uint64_t>(m_payloadPerPacket, place.room);
     // Too little room would cut a leader or trailer that comes instead. Such a rest is copied from the packet
     // buffer.
     const bool landsInImage = room >= kGvspLongestInfo;
@@ -407,15 +378,7 @@ void NoCopyGrab::JoinHeaderAndData()
     }
     m_isWhole = true;
     m_length = std::min(m_length, m_headerSize) + m_dataReceived;
-    ClearUnreceived();
-}
-
-/// Nothing is parsed that an earlier packet left.
-void NoCopyGrab::ClearUnreceived()
-{
-    if (m_length < kGvspParsedSpan) {
-        std::memset(m_packet.data() + m_length, 0, kGvspParsedSpan - m_length);
-    }
+    ClearUnreceived(m_packet, m_length);
 }
 
 void NoCopyGrab::HoldForNextImage()
@@ -464,7 +427,7 @@ bool NoCopyGrab::StoreWholeLocked()
     }
     m_pBuffer->m_frameId = m_header.m_blockId;
     if (m_header.m_format != kGvspTrailer) {
-        AdvanceExpectedLocked();
+        AdvanceExpectedPacketId(*m_pBuffer, m_header.m_packetId);
     }
     return true;
 }
@@ -492,7 +455,7 @@ bool NoCopyGrab::ParseInfoLocked()
 void NoCopyGrab::CopyPayloadLocked()
 {
     const std::size_t headerSize = GvspHeaderSize(m_header.m_eiFlag != 0);
-    const Place place = PlaceOf(m_header.m_packetId);
+    const PacketPlace place = PlaceOf(m_header.m_packetId);
     const std::uint64_t bytes = m_length - headerSize;
     const std::uint64_t stored = std::min(bytes, place.room);
     if (stored < bytes) {
@@ -507,21 +470,21 @@ void NoCopyGrab::StoreInPlaceLocked()
 {
     m_pBuffer->m_frameId = m_header.m_blockId;
     CountPayloadLocked(m_dataLength);
-    const Place from = PlaceOf(m_expected);
-    const std::uint64_t room = std::min(m_payloadPerPacket, from.room);
+    const PacketPlace from = PlaceOf(m_expected);
+    const std::uint64_t room = std::min<std::uint64_t>(m_payloadPerPacket, from.room);
     if (m_pData != Image() + from.offset) {
         // The rest of an image, received beside it.
         std::memcpy(Image() + from.offset, m_pData, std::min<std::uint64_t>(room, m_dataReceived));
     }
     if (m_header.m_packetId != m_expected) {
         // Out of order. The expected place keeps a copy until its own packet comes, if ever.
-        const Place to = PlaceOf(m_header.m_packetId);
+        const PacketPlace to = PlaceOf(m_header.m_packetId);
         if (to.room < room) {
             m_pBuffer->m_dataLargerThanBuffer = true;
         }
         std::memmove(Image() + to.offset, Image() + from.offset, std::min(room, to.room));
     }
-    AdvanceExpectedLocked();
+    AdvanceExpectedPacketId(*m_pBuffer, m_header.m_packetId);
 }
 
 void NoCopyGrab::CountPayloadLocked(std::uint64_t bytes)
@@ -530,26 +493,9 @@ void NoCopyGrab::CountPayloadLocked(std::uint64_t bytes)
     m_pBuffer->m_packetsRemaining -= 1;
 }
 
-/// Ids end at 32 bits: the last one has no successor.
-void NoCopyGrab::AdvanceExpectedLocked()
+PacketPlace NoCopyGrab::PlaceOf(std::uint64_t packetId) const
 {
-    const std::uint32_t id = m_header.m_packetId;
-    const std::uint32_t next = id == std::numeric_limits<std::uint32_t>::max() ? id : id + 1;
-    if (next > m_pBuffer->m_nextExpectedPacketId) {
-        m_pBuffer->m_nextExpectedPacketId = next;
-    }
-}
-
-/// Of the buffer in hand, which may be smaller than the one that the run was laid out for. Nothing has room
-/// where it would leave the memory.
-NoCopyGrab::Place NoCopyGrab::PlaceOf(std::uint64_t packetId) const
-{
-    const std::uint64_t size = m_pBuffer->m_size;
-    if (packetId == 0 || m_payloadPerPacket == 0) {
-        return {size, 0};
-    }
-    const std::uint64_t offset = (packetId - 1) * m_payloadPerPacket;  // 32 bits by 32 bits
-    return offset < size ? Place{offset, size - offset} : Place{size, 0};
+    return PlaceOfPacket(*m_pBuffer, m_payloadPerPacket, packetId);
 }
 
 char* NoCopyGrab::Image() const

@@ -3,6 +3,7 @@
 
 #include "stream/GrabCommon.h"
 #include "stream/GvspPacket.h"
+#include "stream/PacketTracking.h"
 
 #include <array>
 #include <cstddef>
@@ -33,13 +34,6 @@ public:
     void Run();
 
 private:
-    /// Where a packet id's data belongs: bytes from the start of the image, and bytes up to its end.
-    struct Place
-    {
-        std::uint64_t offset;
-        std::uint64_t room;
-    };
-
     struct FreeMemory
     {
         void operator()(char* memory) const { std::free(memory); }
@@ -67,7 +61,6 @@ private:
     bool ParseHeader();
     const char* GatherHeader();
     void JoinHeaderAndData();
-    void ClearUnreceived();
     void HoldForNextImage();
     void StorePacket();
     void StoreFirstLocked();
@@ -76,9 +69,8 @@ private:
     bool ParseInfoLocked();
     void CopyPayloadLocked();
     void CountPayloadLocked(std::uint64_t bytes);
-    void AdvanceExpectedLocked();
 
-    Place PlaceOf(std::uint64_t packetId) const;
+    PacketPlace PlaceOf(std::uint64_t packetId) const;
     char* Image() const;
     bool IsPayload() const { return m_header.m_format == kGvspPayload; }
 
@@ -91,7 +83,7 @@ private:
     GenTLHandle* m_hSpare = nullptr;
     std::size_t m_headerSize = 0;          // H
     std::uint32_t m_packetSize = 0;        // bytes, IP and UDP headers included
-    std::uint64_t m_payloadPerPacket = 0;  // P; 0 when the packet size is too small for any
+    std::uint32_t m_payloadPerPacket = 0;  // P; 0 when the packet size is too small for any
     std::uint64_t m_payloadPackets = 0;    // N
     std::vector<char> m_packet;            // a whole packet; never shorter than what the parsers read
     std::array<char, kGvspExtendedHeaderSize> m_headerBytes{};
