@@ -13,8 +13,10 @@ std::uint64_t Mix(std::uint64_t value)
     return value ^ (value >> 31);
 }
 
+constexpr std::uint64_t kLossDie = 1;
+
 /// A number from 0 to below 1.
-double Throw(std::uint64_t bits)
+double FromBits(std::uint64_t bits)
 {
     return static_cast<double>(Mix(bits) >> 11) * 0x1.0p-53;
 }
@@ -37,9 +39,11 @@ PacketFault StreamFaults::Decide(std::uint64_t block, std::uint32_t packet, std:
         double rate;
         PacketFault fault;
     };
-    const std::array<Die, 6> dice{
+    if (IsInBurst(block, packet, attempt)) {
+        return PacketFault::Lose;
+    }
+    const std::array<Die, 5> dice{
         {
-         {lose, PacketFault::Lose},
          {duplicate, PacketFault::Duplicate},
          {delay, PacketFault::Delay},
          {reorder, PacketFault::Reorder},
@@ -47,15 +51,34 @@ PacketFault StreamFaults::Decide(std::uint64_t block, std::uint32_t packet, std:
          {badStatus, PacketFault::Status},
          }
     };
-    const std::uint64_t place = Mix(seed ^ Mix(block)) ^ (static_cast<std::uint64_t>(attempt) << 32) ^ packet;
-    std::uint64_t die = 0;
+    std::uint64_t die = kLossDie;
     for (const Die& entry : dice) {
         ++die;
-        if (entry.rate > 0 && Throw(place ^ (die << 56)) < entry.rate) {
+        if (entry.rate > 0 && Throw(block, packet, attempt, die) < entry.rate) {
             return entry.fault;
         }
     }
     return PacketFault::None;
+}
+
+/// The packet, or one of those right before it, begins a burst of losses.
+bool StreamFaults::IsInBurst(std::uint64_t block, std::uint32_t packet, std::uint32_t attempt) const
+{
+    for (std::uint32_t back = 0; lose > 0 && back < burst && back <= packet; ++back) {
+        if (Throw(block, packet - back, attempt, kLossDie) < lose / burst) {
+            return true;
+        }
+    }
+    return false;
+}
+
+double StreamFaults::Throw(std::uint64_t block,
+                           std::uint32_t packet,
+                           std::uint32_t attempt,
+                           std::uint64_t die) const
+{
+    const std::uint64_t place = Mix(seed ^ Mix(block)) ^ (static_cast<std::uint64_t>(attempt) << 32) ^ packet;
+    return FromBits(place ^ (die << 56));
 }
 
 bool StreamFaults::IsQuiet() const
@@ -106,7 +129,7 @@ ControlFault ControlFaults::Take(std::uint16_t command, std::uint32_t address)
         }
         return fault;
     }
-    if (m_lossRate > 0 && Throw(m_seed ^ (++m_throws << 20)) < m_lossRate) {
+    if (m_lossRate > 0 && FromBits(m_seed ^ (++m_throws << 20)) < m_lossRate) {
         ControlFault lost;
         lost.fault = AnswerFault::Lose;
         return lost;

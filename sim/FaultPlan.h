@@ -34,6 +34,8 @@ struct StreamFaults
 {
     std::uint64_t seed = 1;
     double lose = 0;
+    std::uint32_t burst =
+        1;  ///< packets that are lost in a row, within a block; the rate stays that of packets
     double duplicate = 0;
     double delay = 0;
     double reorder = 0;
@@ -52,6 +54,10 @@ struct StreamFaults
     PacketFault Decide(std::uint64_t block, std::uint32_t packet, std::uint32_t attempt = 0) const;
     /// True when no packet can meet a fault.
     bool IsQuiet() const;
+
+private:
+    bool IsInBurst(std::uint64_t block, std::uint32_t packet, std::uint32_t attempt) const;
+    double Throw(std::uint64_t block, std::uint32_t packet, std::uint32_t attempt, std::uint64_t die) const;
 };
 
 /// What happens to the answer of a GVCP command.

@@ -103,13 +103,14 @@ void AddFaults(CLI::App& app, Options& options)
             ->check(CLI::Range(0.0, 1.0))
             ->group("Faults, as probabilities from 0 to 1");
     };
-    rate("--lose", faults.lose, "packets lost");
+    rate("--lose,--loss", faults.lose, "packets lost");
     rate("--duplicate", faults.duplicate, "packets sent twice");
     rate("--delay", faults.delay, "packets sent 20 ms late");
     rate("--reorder", faults.reorder, "packets sent behind the next three");
     rate("--truncate", faults.truncate, "packets cut short");
     rate("--bad-status", faults.badStatus, "packets with an error status");
     rate("--lose-answers", options.answerLoss, "answers to GVCP commands lost");
+    app.add_option("--burst", faults.burst, "packets lost in a row")->check(CLI::Range(1, 1000));
     app.add_flag("--resends-too", faults.resendsToo, "resent packets meet the same faults");
     app.add_option("--seed", faults.seed, "seed of the faults")->capture_default_str();
 }

@@ -204,8 +204,7 @@ public:
         bool extended;
     };
 
-    int SendPacketResend(
-        void*, unsigned long block, unsigned first, unsigned last, bool isExtended) override
+    int SendPacketResend(void*, unsigned long block, unsigned first, unsigned last, bool isExtended) override
     {
         const Request request{block, first, last, isExtended};
         {
@@ -350,8 +349,8 @@ protected:
         EXPECT_EQ(incomplete, Info(kTotalIncompleteImages));
     }
 
-    /// Packets of all kinds in both forms, cut short, with extreme ids and lengths: nothing outside the buffers
-    /// is touched, and the next run is in step.
+    /// Packets of all kinds in both forms, cut short, with extreme ids and lengths: nothing outside the
+    /// buffers is touched, and the next run is in step.
     void SurviveHostilePackets();
 
     static constexpr int kHandlingMode = 1001;

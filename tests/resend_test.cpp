@@ -1,7 +1,6 @@
-/// The grab thread with packet resend, fed by a scripted stream HAL: what it asks for, and what becomes of the
-/// images.
+/// The grab thread with packet resend, fed by a scripted stream HAL: what it asks for, and what becomes of
+/// the images.
 #include "GrabTest.h"
-
 #include "buffers/Buffer.h"
 #include "frame/GenTLHandle.h"
 #include "stream/PacketTracking.h"
@@ -42,8 +41,8 @@ TEST(PacketBitmap, HasAnInclusiveBound)
     EXPECT_FALSE(IsPacketReceived(buffer.m_pPacketBitmap, buffer.m_packetBitmapSize, 0));
 }
 
-/// Scripts name packets by block and place, "3L" the leader of block 3, "3:5" and "3:5-7" its payload, "3T" the
-/// trailer, "3*" all of it; "!" behind marks them as resent, "?" as failed.
+/// Scripts name packets by block and place, "3L" the leader of block 3, "3:5" and "3:5-7" its payload, "3T"
+/// the trailer, "3*" all of it; "!" behind marks them as resent, "?" as failed.
 class ResendGrabTest : public Grab
 {
 protected:
@@ -55,8 +54,7 @@ protected:
     }
     void SetMaxRequests(std::uint32_t count)
     {
-        EXPECT_EQ(GC_ERR_SUCCESS,
-                  stream->SetInfo(kMaxRequests, INFO_DATATYPE_UINT32, &count, sizeof count));
+        EXPECT_EQ(GC_ERR_SUCCESS, stream->SetInfo(kMaxRequests, INFO_DATATYPE_UINT32, &count, sizeof count));
     }
     void SetMode(std::int64_t mode)
     {
@@ -432,8 +430,9 @@ TEST_F(ResendGrabTest, SurvivesFlushesWhileItRuns)
     std::mt19937 random(1);
     for (std::uint64_t block = 1; block <= 400; ++block) {
         std::vector<Bytes> image = sender.Image(block);
-        image.erase(std::remove_if(image.begin(), image.end(), [&](const Bytes&) { return random() % 8 == 0; }),
-                    image.end());
+        image.erase(
+            std::remove_if(image.begin(), image.end(), [&](const Bytes&) { return random() % 8 == 0; }),
+            image.end());
         FeedAndAwait(image);
         void* hBuffer = nullptr;
         if (stream->WaitOnNewBuffer(&hBuffer, 0) == GC_ERR_SUCCESS) {

@@ -1,9 +1,9 @@
 /// A consumer and a simulated camera in two network namespaces: discovery, control, images, and a lost
 /// camera.
+#include "Bench.h"
 #include "Consumer.h"
 #include "sim/Camera.h"
 #include "sim/Picture.h"
-#include "sim/TestNet.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,8 +14,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <filesystem>
-#include <memory>
 #include <tuple>
 
 using namespace GenTL;
@@ -30,81 +28,6 @@ extern "C" const char* __lsan_default_suppressions()
 }
 
 namespace {
-
-constexpr const char* kSerial = "SIM000001";
-constexpr int kMissedImages = 1002;
-constexpr int kMissedPackets = 1003;
-
-std::size_t Entries(const char* directory)
-{
-    std::size_t count = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(directory)) {
-        ++count;
-    }
-    return count;
-}
-
-/// Host and camera on a cable; the test's own thread lives on the host.
-class Bench
-{
-public:
-    explicit Bench(unsigned mtu = 1500) : m_net(Ends(mtu)), m_onHost(m_net.HostFile())
-    {
-        config.address = m_net.CameraAddress();
-        config.netns = m_net.CameraFile();
-        config.receiverNet = m_net.HostFile();
-        config.serialNumber = kSerial;
-        config.pattern = sim::TestPattern::MovingNoise;
-        config.frameRate = 0;
-        config.packetDelay = 0;
-    }
-
-    sim::Camera& StartCamera()
-    {
-        m_camera = std::make_unique<sim::Camera>(config);
-        m_camera->Start();
-        return *m_camera;
-    }
-    const sim::TestNet& Net() const { return m_net; }
-
-    sim::Config config;
-
-private:
-    static sim::TestNet::Ends Ends(unsigned mtu)
-    {
-        sim::TestNet::Ends ends;
-        ends.hostMtu = mtu;
-        ends.cameraMtu = mtu;
-        return ends;
-    }
-
-    sim::TestNet m_net;
-    sim::NamespaceScope m_onHost;
-    std::unique_ptr<sim::Camera> m_camera;
-};
-
-void OpenUpToStream(Consumer& consumer, const Bench& bench, int buffers, std::size_t size)
-{
-    consumer.OpenInterface(bench.Net().HostAddress());
-    consumer.OpenCamera(kSerial);
-    consumer.OpenStream();
-    consumer.Announce(buffers, size);
-    consumer.QueueAll();
-}
-
-void EnableAutoPacketSize(const Consumer& consumer)
-{
-    Consumer::WriteMap(consumer.Stream(), 0x2100, 1);
-}
-
-void StartCameraAcquisition(Consumer& consumer)
-{
-    consumer.WriteRegister(sim::Feature::kAcquisitionStart, 1);
-}
-void StopCameraAcquisition(Consumer& consumer)
-{
-    consumer.WriteRegister(sim::Feature::kAcquisitionStop, 1);
-}
 
 // ---- Images
 

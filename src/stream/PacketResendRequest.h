@@ -11,8 +11,8 @@ namespace GenTL {
 
 class Buffer;
 
-/// Stands in its buffer's m_resendRequests, which owns it, and in the stream's m_resendRequestList, by which a
-/// handler of its timer learns that it still exists.
+/// Stands in its buffer's m_resendRequests, which owns it, and in the stream's m_resendRequestList, by which
+/// a handler of its timer learns that it still exists.
 struct PacketResendRequest
 {
     std::uint64_t m_serial = 0;  // never used twice: an address may be

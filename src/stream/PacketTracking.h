@@ -7,8 +7,8 @@ namespace GenTL {
 
 class Buffer;
 
-/// One bit per packet id. The bound is inclusive: the byte with the index size is the bitmap's too. False with
-/// a null bitmap and for ids beyond it.
+/// One bit per packet id. The bound is inclusive: the byte with the index size is the bitmap's too. False
+/// with a null bitmap and for ids beyond it.
 bool IsPacketReceived(const std::uint8_t* bitmap, std::uint64_t size, std::uint32_t id);
 /// Nothing happens where IsPacketReceived would be false by the bound.
 void SetPacketReceived(std::uint8_t* bitmap, std::uint64_t size, std::uint32_t id);

@@ -312,8 +312,7 @@ void ResendGrab::StoreLeaderLocked(Buffer& buffer)
 void ResendGrab::StoreTrailerLocked(Buffer& buffer)
 {
     bool endsImage = false;  // here only the last packet does
-    const int result =
-        ParseGVSPTrailer(m_stream.m_streamInfo, m_packet.data(), buffer, endsImage, m_header);
+    const int result = ParseGVSPTrailer(m_stream.m_streamInfo, m_packet.data(), buffer, endsImage, m_header);
     if (result != GC_ERR_SUCCESS) {
         LogNumber("GrabThreadResend(): Failed to parse GVSP trailer! Error: {0}", result);
         return;

@@ -15,8 +15,8 @@ namespace GenTL {
 /// copied to its place in the image of its block; what is missing is asked for. An image ends whole, here, or
 /// expired, on the timer thread.
 ///
-/// Owns: the packet buffer. Borrows: the stream. Threads: everything is the grab thread, which starts and joins
-/// the timer thread. It ends by interruption, between two packets. Locks: a packet is worked on under
+/// Owns: the packet buffer. Borrows: the stream. Threads: everything is the grab thread, which starts and
+/// joins the timer thread. It ends by interruption, between two packets. Locks: a packet is worked on under
 /// m_inFlightMutex, then the mutex of its image's buffer, then those of ResendRequests or of the queues. None
 /// is held while receiving. Operations in ...InFlightLocked need the first, those in ...Locked both.
 class ResendGrab

@@ -15,9 +15,9 @@ struct PacketResendRequest;
 /// the missing end of an image when the next one begins, and silence. What is asked for in the first two ways
 /// is repeated each m_resendRetryInterval until it has come or m_resendRetries are used up.
 ///
-/// Owns: nothing; a view of the stream that costs nothing to make. Threads: the grab thread asks and books, the
-/// timer thread asks and repeats, the thread that revokes a buffer cancels. Locks: m_inFlightMutex and the
-/// buffer's m_mutex are held by the caller of all ...Locked; then m_resendRequestsMutex, then a request's
+/// Owns: nothing; a view of the stream that costs nothing to make. Threads: the grab thread asks and books,
+/// the timer thread asks and repeats, the thread that revokes a buffer cancels. Locks: m_inFlightMutex and
+/// the buffer's m_mutex are held by the caller of all ...Locked; then m_resendRequestsMutex, then a request's
 /// m_mutex, then m_resendRequestListMutex.
 class ResendRequests
 {
