@@ -231,6 +231,8 @@ inline constexpr std::uint32_t kOffsetY = 0x00020044;
 inline constexpr std::uint32_t kAcquisitionStatus = 0x00020048;
 inline constexpr std::uint32_t kSensorWidth = 0x0002004C;
 inline constexpr std::uint32_t kSensorHeight = 0x00020050;
+inline constexpr std::uint32_t kResendRequestCount = 0x00020054;  ///< PACKETRESEND_CMDs that were heard
+inline constexpr std::uint32_t kResentPacketCount = 0x00020058;   ///< packets sent again
 }  // namespace Feature
 
 }  // namespace sim

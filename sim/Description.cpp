@@ -177,8 +177,8 @@ void WriteCategories(Writer& writer)
     writer.Category("AcquisitionControl",
                     {"AcquisitionMode", "AcquisitionStart", "AcquisitionStop", "AcquisitionFrameCount",
                      "AcquisitionFrameRate", "TriggerMode", "TriggerSoftware"});
-    writer.Category("TransportLayerControl",
-                    {"PayloadSize", "GevHeartbeatTimeout", "GevSCPSPacketSize", "GevSCPD"});
+    writer.Category("TransportLayerControl", {"PayloadSize", "GevHeartbeatTimeout", "GevSCPSPacketSize",
+                                              "GevSCPD", "ResendRequestCount", "ResentPacketCount"});
 }
 
 std::string Limits(const char* minimum, const char* pMaximum)
@@ -248,6 +248,8 @@ void WriteTransport(Writer& writer)
     writer.Integer("PayloadSize", Feature::kPayloadSize, "RO");
     writer.Integer("GevHeartbeatTimeout", Bootstrap::kHeartbeatTimeout, "RW", Element("Min", "0"));
     writer.Integer("GevSCPD", Bootstrap::kStreamPacketDelay, "RW", Element("Min", "0"));
+    writer.Integer("ResendRequestCount", Feature::kResendRequestCount, "RO");
+    writer.Integer("ResentPacketCount", Feature::kResentPacketCount, "RO");
     // The size shares its register with flags: a masked register of its own keeps them.
     writer.Raw(
         "<Integer Name=\"GevSCPSPacketSize\" NameSpace=\"Standard\">\n"

@@ -188,7 +188,14 @@ void GvspSender::Resend(const ResendRequest& request)
             m_resendLog.pop_front();
         }
     }
+    CountIn(Feature::kResendRequestCount);
     m_changed.notify_all();
+}
+
+/// Each counter is one thread's.
+void GvspSender::CountIn(std::uint32_t address)
+{
+    m_registers.Set(address, m_registers.Get(address) + 1);
 }
 
 void GvspSender::SetFaults(const StreamFaults& faults)
@@ -533,6 +540,7 @@ void GvspSender::ServeResend(const ResendRequest& request)
         Compose(*pBlock, id, Status::kPacketResend, wire);
         Transmit({&wire}, false);
         m_tally.Add(&Counters::resendPackets);
+        CountIn(Feature::kResentPacketCount);
     }
 }
 

@@ -98,6 +98,7 @@ private:
     std::shared_ptr<Block> MakeBlock(std::uint64_t id) const;
     std::uint64_t IdAfter(std::uint64_t id) const;
     void ServeResend(const ResendRequest& request);
+    void CountIn(std::uint32_t address);
     std::shared_ptr<Block> FindBlock(std::uint64_t id) const;
 
     static void Compose(const Block& block, std::uint32_t packetId, std::uint16_t status, Wire& wire);

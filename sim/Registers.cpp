@@ -113,7 +113,7 @@ Registers::Registers(const Config& config)
         Area{Feature::kTriggerSoftware, 4,        kWrite                },
         Area{Feature::kWidthMax,      8,                  kRead                                  }, // with height
         Area{Feature::kOffsetX,             8,                    kReadWrite                           }, // and y
-        Area{Feature::kAcquisitionStatus,              12,              kRead              }, // with sensor size
+        Area{Feature::kAcquisitionStatus,              20,              kRead              }, // with sensor size, resend counts
     };
     for (const Area& area : kAreas) {
         m_regions[area.address] = {area.access, area.isText, std::vector<std::uint8_t>(area.size)};

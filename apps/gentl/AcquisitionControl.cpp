@@ -129,6 +129,14 @@ void AcquisitionControl::Stop()
     }
 }
 
+std::optional<std::int64_t> AcquisitionControl::Count(const std::string& feature)
+{
+    if (!m_description || !m_description->Has(feature)) {
+        return std::nullopt;
+    }
+    return m_description->GetInteger(feature);
+}
+
 void AcquisitionControl::Lock(bool isLocked)
 {
     if (m_description && m_description->Has("TLParamsLocked")) {

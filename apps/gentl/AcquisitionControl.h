@@ -26,6 +26,9 @@ public:
     void Start();
     void Stop();
 
+    /// A number that the camera counts, or nothing when it has no such feature.
+    std::optional<std::int64_t> Count(const std::string& feature);
+
 private:
     std::string LoadDescription();
     void Lock(bool isLocked);

@@ -134,6 +134,43 @@ Failure NoImage(const Camera& camera, std::uint64_t milliseconds)
         "the network path (see --packet-size). For slow cameras there is --timeout.");
 }
 
+/// What became of lost packets. Only the camera knows what it was asked for; not every one tells.
+class ResendReport
+{
+public:
+    ResendReport(Stream& stream, AcquisitionControl& control)
+        : m_stream(stream), m_control(control), m_requestsBefore(Requests()), m_packetsBefore(Packets())
+    {
+    }
+
+    void Print() const
+    {
+        using Align = Table::Align;
+        Table table({Align::Left, Align::Right});
+        table.Add({"resend requests", Since(m_requestsBefore, Requests())});
+        table.Add({"packets sent again", Since(m_packetsBefore, Packets())});
+        table.Add({"packets missing", std::to_string(m_stream.MissedPackets())});
+        table.Add({"images missing", std::to_string(m_stream.MissedImages())});
+        table.Add({"images incomplete", std::to_string(m_stream.IncompleteImages())});
+        table.Print(std::cout);
+    }
+
+private:
+    using Count = std::optional<std::int64_t>;
+
+    Count Requests() const { return m_control.Count("ResendRequestCount"); }
+    Count Packets() const { return m_control.Count("ResentPacketCount"); }
+    static std::string Since(Count before, Count now)
+    {
+        return before && now ? std::to_string(*now - *before) : "not told by the camera";
+    }
+
+    Stream& m_stream;
+    AcquisitionControl& m_control;
+    Count m_requestsBefore;
+    Count m_packetsBefore;
+};
+
 /// Receives until all images are there or the user has enough.
 class Reception
 {
@@ -215,10 +252,10 @@ public:
         if (m_areTooLarge) {
             Note("images were larger than their buffers: see --payload-size");
         } else if (m_statistics.Incomplete() != 0 || m_statistics.Lost() > Starved()) {
-            Note(
-                "packets were lost on the way: larger socket buffers (sysctl net.core.rmem_default), a delay "
-                "between "
-                "the camera's packets or a lower frame rate would help");
+            Note(std::string("packets were lost on the way: ") +
+                 (m_options.resend ? "" : "--resend has the camera send them again; ") +
+                 "larger socket buffers (sysctl net.core.rmem_default), a delay between the camera's packets "
+                 "or a lower frame rate would help");
         }
     }
 
@@ -304,10 +341,18 @@ int Grab(const Producer& producer, const GrabOptions& options)
     control.Prepare();
     Stream stream(producer, camera.Device());
     PrepareBuffers(stream, control, options);
+    std::optional<ResendReport> resends;
+    if (options.resend) {
+        stream.EnableResend();
+        resends.emplace(stream, control);
+    }
 
     Reception reception(camera, stream, options);
     try {
         Run run(stream, control);
+        if (options.resend && !stream.Resends()) {
+            Note("this camera sends no packet again");
+        }
         reception.Receive();
         run.Stop();
         reception.FinishWriting();
@@ -318,6 +363,9 @@ int Grab(const Producer& producer, const GrabOptions& options)
         throw;
     }
     reception.Print();
+    if (resends) {
+        resends->Print();
+    }
     reception.Advise();
     return reception.Code();
 }

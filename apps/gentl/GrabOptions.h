@@ -21,6 +21,7 @@ struct GrabOptions
     std::uint32_t packetSize = 0;            ///< bytes of an IP packet; 0: as the camera has it
     std::string descriptionFile;             ///< read instead of the camera's own
     std::string saveDescription;             ///< file for the camera's own, as it is
+    bool resend = false;                     ///< have lost packets sent again
     std::uint64_t buffers = 0;               ///< 0: as many as seem fit
     std::uint64_t imageMilliseconds = 5000;  ///< without an image until the run fails; 0: wait for ever
     std::uint64_t discoveryMilliseconds = 1000;

@@ -1,6 +1,10 @@
 #include "gentl/Stream.h"
 
+#include "gentl/Description.h"
+#include "gentl/DescriptionSource.h"
 #include "gentl/Failure.h"
+#include "gentl/RegisterAccess.h"
+#include "gentl/Unzip.h"
 
 #include <algorithm>
 
@@ -72,6 +76,13 @@ void Stream::Announce(std::uint64_t count, std::uint64_t size)
     }
 }
 
+void Stream::EnableResend()
+{
+    RegisterAccess registers(m_producer, m_hStream.get());
+    Description description(Unzipped(ReadDescription(m_producer, m_hStream.get(), registers)), registers);
+    description.SetBoolean("StreamPacketResendEnable", true);
+}
+
 void Stream::Start()
 {
     m_producer.Check(
@@ -131,6 +142,26 @@ Image Stream::Look(GenTL::BUFFER_HANDLE hBuffer) const
 std::uint64_t Stream::Underruns() const
 {
     return Number(GenTL::STREAM_INFO_NUM_UNDERRUN);
+}
+
+bool Stream::Resends() const
+{
+    return Number(GenTL::STREAM_INFO_PACKET_RESEND_ENABLE) != 0;
+}
+
+std::uint64_t Stream::MissedPackets() const
+{
+    return Number(GenTL::STREAM_INFO_MISSED_PACKET_COUNT);
+}
+
+std::uint64_t Stream::MissedImages() const
+{
+    return Number(GenTL::STREAM_INFO_MISSED_IMAGE_COUNT);
+}
+
+std::uint64_t Stream::IncompleteImages() const
+{
+    return Number(GenTL::STREAM_INFO_TOTAL_INCOMPLETE_IMAGE_COUNT);
 }
 
 std::uint64_t Stream::Number(GenTL::STREAM_INFO_CMD command) const

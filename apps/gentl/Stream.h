@@ -28,6 +28,8 @@ public:
     /// Lets the producer allocate so many buffers of so many bytes, and queues them.
     void Announce(std::uint64_t count, std::uint64_t size);
 
+    /// Has lost packets sent again from the next start on, where the camera can.
+    void EnableResend();
     void Start();
     void Stop();
     /// The next buffer that the stream is done with, or null when none came in time.
@@ -37,6 +39,13 @@ public:
     Image Look(GenTL::BUFFER_HANDLE hBuffer) const;
     /// Images since the start that found no buffer to go into.
     std::uint64_t Underruns() const;
+    /// Whether lost packets are asked for; known once the stream has started.
+    bool Resends() const;
+    /// What the stream counts as missing since the start.
+    std::uint64_t MissedPackets() const;
+    std::uint64_t MissedImages() const;
+    /// Images with missing bytes since the stream was opened.
+    std::uint64_t IncompleteImages() const;
 
 private:
     std::uint64_t Number(GenTL::STREAM_INFO_CMD command) const;

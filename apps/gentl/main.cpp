@@ -81,6 +81,7 @@ void AddGrab(CLI::App& command, CommandLine& line)
     command
         .add_option("--save-description", grab.saveDescription, "Save the camera's own description, as it is")
         ->type_name("FILE");
+    command.add_flag("--resend", grab.resend, "Have packets that get lost on the way sent again");
     command.add_option("--buffers", grab.buffers, "Number of image buffers")->check(CLI::Range(1, 100000));
     command.add_option("--timeout", grab.imageMilliseconds, "Fail after so long without an image; 0: never")
         ->type_name("MS")
