@@ -1,9 +1,13 @@
 /// What the library adds to the work that the kernel does anyway. Compare a row with its ".floor".
 #include "frame/GenTL.h"
 #include "frame/GenTLHandle.h"
+#include "gev/BigEndian.h"
 #include "gev/HALGev.h"
 #include "gev/Handles.h"
+#include "stream/DataStreamGev.h"
 #include "stream/GvspPacket.h"
+#include "stream/HALGvsp.h"
+#include "stream/StreamStartParams.h"
 
 #include <benchmark/benchmark.h>
 
@@ -12,9 +16,12 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
+#include <cstring>
 #include <thread>
+#include <vector>
 
 using namespace GenTL;
 
@@ -147,6 +154,134 @@ void ParsePacket(benchmark::State& state)
     }
 }
 BENCHMARK(ParsePacket)->Name("Packet.parse");
+
+constexpr std::uint32_t kPacketSize = 9000;
+constexpr std::size_t kDataBytes = kPacketSize - 36;
+constexpr std::uint32_t kDataPackets = 234;  // 2 MB an image
+constexpr std::size_t kImageBytes = kDataPackets * kDataBytes;
+
+/// Hands out the packets of image after image as fast as they are taken, while the consumer keeps up. Its
+/// copy stands for the kernel's.
+class EndlessHal : public HALGvsp
+{
+public:
+    int Start(IHALGev*, void*, StreamStartParams& params) override
+    {
+        params.m_packetSize = kPacketSize;
+        params.m_bufferExpiry = 1000;
+        return GC_ERR_SUCCESS;
+    }
+    int Stop(IHALGev*, void*, unsigned, int) override { return GC_ERR_SUCCESS; }
+    int ConfigureExtendedId(IHALGev*, void*, bool, bool& extended) override
+    {
+        extended = false;
+        return GC_ERR_SUCCESS;
+    }
+    int GetCameraPacketResendSupport(IHALGev*, void*, bool&) override { return GC_ERR_SUCCESS; }
+    int GetNextPacket(char* packet, int size, int& length, unsigned long) override
+    {
+        if (!MayBegin()) {
+            return GC_ERR_TIMEOUT;
+        }
+        const std::size_t info = PutHeader(packet);
+        const bool isPayload = info == 0;
+        const std::size_t bytes = isPayload ? kDataBytes : info;
+        std::memcpy(packet + kGvspHeaderSize, isPayload ? m_data.data() : m_info.data(),
+                    std::min(bytes, static_cast<std::size_t>(size) - kGvspHeaderSize));
+        length = static_cast<int>(kGvspHeaderSize + bytes);
+        return GC_ERR_SUCCESS;
+    }
+    int GetNextPacket(char* header,
+                      int headerSize,
+                      int& headerLength,
+                      char* data,
+                      int dataSize,
+                      int& dataLength,
+                      unsigned long) override
+    {
+        if (!MayBegin()) {
+            return GC_ERR_TIMEOUT;
+        }
+        const std::size_t info = PutHeader(header);
+        const std::size_t bytes = info == 0 ? kDataBytes : info;
+        std::memcpy(data, info == 0 ? m_data.data() : m_info.data(),
+                    std::min(bytes, static_cast<std::size_t>(dataSize)));
+        headerLength = headerSize;
+        dataLength = static_cast<int>(static_cast<std::size_t>(headerSize) + bytes);
+        return GC_ERR_SUCCESS;
+    }
+
+    std::atomic<int> freeBuffers{0};
+
+private:
+    bool MayBegin()
+    {
+        if (m_id == 0 && freeBuffers <= 0) {
+            std::this_thread::yield();
+            return false;
+        }
+        freeBuffers -= m_id == 0 ? 1 : 0;
+        return true;
+    }
+    /// Writes the next packet's header. Bytes of leader or trailer behind it, 0 of payload.
+    std::size_t PutHeader(char* to)
+    {
+        const unsigned format = m_id == 0 ? kGvspLeader : m_id <= kDataPackets ? kGvspPayload : kGvspTrailer;
+        auto* header = reinterpret_cast<unsigned char*>(to);
+        Store16(header, 0);
+        Store16(header + 2, m_block);
+        Store32(header + 4, format << 24 | m_id);
+        m_id = m_id == kDataPackets + 1 ? 0 : m_id + 1;
+        m_block = m_id != 0 ? m_block : static_cast<std::uint16_t>(m_block == 65535 ? 1 : m_block + 1);
+        return format == kGvspPayload ? 0 : kGvspLongestInfo;
+    }
+
+    std::array<char, kGvspLongestInfo> m_info{0, 0, 0, kGvspImage};
+    std::array<char, kDataBytes> m_data{};
+    std::uint16_t m_block = 1;
+    std::uint32_t m_id = 0;
+};
+
+/// An image of 2 MB through a grab thread, from the stream HAL to the consumer and back.
+void GrabImage(benchmark::State& state, bool resend)
+{
+    HALGev control;
+    int token = 0;
+    DataStreamGev stream(&control, &token, &token, 0, 3);
+    auto* hal = new EndlessHal;
+    stream.Open(hal);
+    stream.SetInfo(STREAM_INFO_PACKET_RESEND_ENABLE, INFO_DATATYPE_BOOL8, &resend, sizeof resend);
+    for (int i = 0; i < 4; ++i) {
+        void* hBuffer = nullptr;
+        stream.AllocAndAnnounceBuffer(kImageBytes, nullptr, &hBuffer);
+        stream.QueueBuffer(hBuffer);
+        ++hal->freeBuffers;
+    }
+    stream.StartAcquisition(ACQ_START_FLAGS_DEFAULT, 1);
+    for (auto _ : state) {
+        void* hBuffer = nullptr;
+        stream.WaitOnNewBuffer(&hBuffer, GENTL_INFINITE);
+        stream.QueueBuffer(hBuffer);
+        ++hal->freeBuffers;
+    }
+    stream.StopAcquisition(ACQ_STOP_FLAGS_DEFAULT);
+    stream.Close();
+}
+
+void GrabImageFloor(benchmark::State& state)
+{
+    std::vector<char> image(kImageBytes);
+    const std::vector<char> packet(kDataBytes);
+    for (auto _ : state) {
+        for (std::size_t at = 0; at < kImageBytes; at += kDataBytes) {
+            std::memcpy(image.data() + at, packet.data(), kDataBytes);
+        }
+        benchmark::ClobberMemory();
+    }
+}
+BENCHMARK(GrabImageFloor)->Name("Image.floor")->UseRealTime();
+BENCHMARK_CAPTURE(GrabImage, , false)->Name("Image.noCopy")->UseRealTime();
+BENCHMARK_CAPTURE(GrabImage, , true)->Name("Image.resend")->UseRealTime();
 
 void CheckedHandle(benchmark::State& state)
 {
