@@ -1,7 +1,10 @@
 /// Register access to a module's port, as the tests of the register maps make it.
 #pragma once
 
+#include "LogConfigFile.h"
 #include "frame/Error.h"
+#include "frame/GenTL.h"
+#include "frame/GenTLHandle.h"
 #include "modules/IBaseModule.h"
 
 #include <gtest/gtest.h>
@@ -12,16 +15,35 @@
 
 namespace GenTL {
 
+/// Through the exported functions, so that what the consumer gets is what is looked at.
 class RegisterTest : public testing::Test
 {
 protected:
+    RegisterTest()
+    {
+        WriteLogConfig();
+        EXPECT_EQ(0, GCInitLib());
+    }
+    ~RegisterTest() override
+    {
+        DeleteHandle(m_hPort);
+        EXPECT_EQ(0, GCCloseLib());
+    }
+
     virtual IBaseModule& Port() = 0;
+    void* Handle()
+    {
+        if (m_hPort == nullptr) {
+            EXPECT_EQ(0, AllocateHandle(&m_hPort, &Port()));
+        }
+        return m_hPort;
+    }
 
     /// To an odd address, in m_bytes; bytes that aren't written are EE.
     std::string Read(unsigned long address, unsigned long size = 8)
     {
         std::string bytes(1 + std::max(size, 8ul), '\xEE');
-        const int code = Port().ReadPort(address, bytes.data() + 1, &size);
+        const int code = GCReadPort(Handle(), address, bytes.data() + 1, &size);
         m_bytes = bytes.substr(1);
         return Outcome(code, size);
     }
@@ -29,7 +51,7 @@ protected:
     {
         char bytes[9] = {};
         std::memcpy(bytes + 1, &value, sizeof value);
-        const int code = Port().WritePort(address, bytes + 1, &size);
+        const int code = GCWritePort(Handle(), address, bytes + 1, &size);
         return Outcome(code, size);
     }
     /// A read of 8 bytes writes only the first ones. size, unless 0, is the size that it tells instead.
@@ -60,6 +82,9 @@ protected:
     }
 
     std::string m_bytes;
+
+private:
+    void* m_hPort = nullptr;
 };
 
 }  // namespace GenTL

@@ -1,5 +1,4 @@
 /// The register map behind the Interface module's port, over a scripted control layer.
-#include "LogConfigFile.h"
 #include "RegisterTest.h"
 #include "gev/HALGev.h"
 #include "modules/InterfaceGev.h"
@@ -68,7 +67,6 @@ protected:
         EXPECT_EQ(std::string(8, '\xEE'), m_bytes);
     }
 
-    const bool m_hasLogConfig = (WriteLogConfig(), true);
     ScriptedHal m_hal;
     InterfaceGev m_interface{&m_hal, nullptr, &m_hal};
 };

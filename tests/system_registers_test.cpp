@@ -1,5 +1,4 @@
 /// The register map behind the System module's port.
-#include "LogConfigFile.h"
 #include "RegisterTest.h"
 #include "frame/Error.h"
 #include "gev/GvcpCommand.h"
@@ -66,16 +65,10 @@ class SystemRegisters : public RegisterTest
 protected:
     void SetUp() override
     {
-        WriteLogConfig();
-        ASSERT_EQ(0, GCInitLib());
         ASSERT_EQ(0, m_system.Open());
         ErrorCache::GetErrorCache()->Clear();
     }
-    void TearDown() override
-    {
-        m_system.Close();
-        GCCloseLib();
-    }
+    void TearDown() override { m_system.Close(); }
     IBaseModule& Port() override { return static_cast<ISystem&>(m_system); }
 
     std::vector<std::string> m_interfaces = {"0000c0a80101", "00000a000001"};
