@@ -91,8 +91,7 @@ constexpr char kXml[] = R"(<?xml version="1.0"?>
  <MaskedIntReg Name="BadBit"><Address>0x100</Address><Length>4</Length><pPort>Device</pPort>
   <LSB>32</LSB><MSB>0</MSB></MaskedIntReg>
  <IntReg Name="InChunk"><Address>0</Address><Length>4</Length><pPort>Chunk</pPort></IntReg>
- <Float Name="Gain"><pValue>WidthReg</pValue></Float>
- <Integer Name="ViaFloat"><pValue>Gain</pValue></Integer>
+ <Integer Name="ViaCategory"><pValue>Root</pValue></Integer><Category Name="Root"/>
  <Integer Name="Circle"><pValue>Circle2</pValue></Integer><Integer Name="Circle2"><pValue>Circle</pValue></Integer>
  <IntSwissKnife Name="OwnEcho"><Expression Name="E">E + E</Expression><Formula>E</Formula></IntSwissKnife>
  <Port Name="Device"/><Port Name="Chunk"><ChunkID>1</ChunkID></Port>
@@ -167,14 +166,14 @@ std::string MessageOf(Action action)
 TEST_F(DescriptionTest, SaysWhatItCannotResolve)
 {
     const std::pair<const char*, const char*> reads[] = {
-        {"Missing",  "no Missing"                                },
-        {"ViaFloat", "ViaFloat -> Gain: it is of the kind Float" },
-        {"Nowhere",  "no register\n    stack\n  what to do: hint"},
-        {"Huge",     "4096 bytes"                                },
-        {"BadBit",   "no bit 32"                                 },
-        {"InChunk",  "outside the port's registers"              },
-        {"Circle",   "without end"                               },
-        {"OwnEcho",  "without end"                               },
+        {"Missing",     "no Missing"                                     },
+        {"ViaCategory", "ViaCategory -> Root: it is of the kind Category"},
+        {"Nowhere",     "no register\n    stack\n  what to do: hint"     },
+        {"Huge",        "4096 bytes"                                     },
+        {"BadBit",      "no bit 32"                                      },
+        {"InChunk",     "outside the port's registers"                   },
+        {"Circle",      "without end"                                    },
+        {"OwnEcho",     "without end"                                    },
     };
     for (const auto& [name, words] : reads) {
         EXPECT_THAT(MessageOf([&, feature = name] { m_description.GetInteger(feature); }), HasSubstr(words));
@@ -268,7 +267,8 @@ TEST(Formula, FollowsThePrecedenceOfOperators)
         {"0 - 1 >> 70",                            -1       },
     };
     for (const auto& [formula, value] : cases) {
-        EXPECT_EQ(EvaluateFormula(formula, [](const std::string&) { return 5; }), value) << formula;
+        EXPECT_EQ(EvaluateFormula<std::int64_t>(formula, [](const std::string&) { return 5; }), value)
+            << formula;
     }
     const std::string bad[] = {"",
                                "1 +",
@@ -285,9 +285,104 @@ TEST(Formula, FollowsThePrecedenceOfOperators)
                                std::string(100000, '('),
                                std::string(100000, '-')};
     for (const std::string& formula : bad) {
-        EXPECT_THROW(EvaluateFormula(formula, [](const std::string&) { return 5; }), Failure)
+        EXPECT_THROW(EvaluateFormula<std::int64_t>(formula, [](const std::string&) { return 5; }), Failure)
             << formula.substr(0, 20);
     }
+}
+
+TEST(Formula, CountsInRealNumbers)
+{
+    const std::pair<const char*, double> cases[] = {
+        {"1 / 4",                               0.25 },
+        {"1.5e-3 * 2 + .5",                     0.503},
+        {"5.5 % 2",                             1.5  },
+        {"2 ** -1",                             0.5  },
+        {"X > 2.4 && X < 2.6 ? 0x10 : 1 / 0.0", 16   },
+        {"(X << 2 | 1) + ~0",                   12   },
+        {"SQRT(16) + LG(1000) + FLOOR(-1.5)",   5    },
+        {"0 = 1 ? LN(0) : ABS(-X) - SGN(-2.0)", 3.5  },
+    };
+    const auto variable = [](const std::string&) { return 2.5; };
+    for (const auto& [formula, value] : cases) {
+        EXPECT_DOUBLE_EQ(EvaluateFormula<double>(formula, variable), value) << formula;
+    }
+    for (const char* bad :
+         {"1 / 0", "1 % 0.0", "LN(0)", "SQRT(-1)", "1e999", "1e300 | 1", "1.5.2", "1e", "FOO(1)"}) {
+        EXPECT_THROW(EvaluateFormula<double>(bad, variable), Failure) << bad;
+    }
+}
+
+constexpr char kFloatXml[] = R"(<RegisterDescription>
+ <Float Name="Rate"><pValue>Big4</pValue><Min>-0.5</Min><pMax>Most</pMax><Unit>Hz</Unit></Float>
+ <Integer Name="Most"><Value>1000</Value></Integer>
+ <FloatReg Name="Big4"><Address>0</Address><Length>4</Length><AccessMode>RW</AccessMode><pPort>P</pPort>
+  <Endianess>BigEndian</Endianess></FloatReg>
+ <FloatReg Name="Little8"><Address>8</Address><Length>8</Length><AccessMode>RW</AccessMode><pPort>P</pPort>
+  <Endianess>LittleEndian</Endianess></FloatReg>
+ <FloatReg Name="Fixed"><Address>0</Address><Length>4</Length><AccessMode>RO</AccessMode><pPort>P</pPort>
+  <Endianess>BigEndian</Endianess></FloatReg>
+ <FloatReg Name="Odd"><Address>0</Address><Length>6</Length><pPort>P</pPort></FloatReg>
+ <IntReg Name="Raw"><Address>16</Address><Length>2</Length><AccessMode>RW</AccessMode><pPort>P</pPort></IntReg>
+ <Converter Name="Gain"><FormulaTo>FROM * SCALE</FormulaTo><FormulaFrom>TO / SCALE</FormulaFrom>
+  <Constant Name="SCALE">10.0</Constant><pValue>Raw</pValue></Converter>
+ <SwissKnife Name="Period"><pVariable Name="R">Rate</pVariable><Formula>1000 / R + 0 * PI</Formula></SwissKnife>
+ <Integer Name="Whole"><pValue>Rate</pValue></Integer>
+ <Float Name="Own"><Value>1e3</Value></Float>
+ <Float Name="Circle"><pValue>Echo</pValue></Float>
+ <SwissKnife Name="Echo"><pVariable Name="C">Circle</pVariable><Formula>C + C</Formula></SwissKnife>
+ <Port Name="P"/></RegisterDescription>)";
+
+// Would catch swapped bytes, integer arithmetic on the way, and values that reach a register out of range.
+TEST(Floats, AreReadAndWrittenOrRefused)
+{
+    FakePort port;
+    port.Write(0, {0x41, 0x48, 0, 0, 0, 0, 0, 0});
+    port.Write(8, {0, 0, 0, 0, 0, 0, 0xF8, 0xBF});
+    port.Write(16, {25, 0});
+    Description description(kFloatXml, port);
+    const struct
+    {
+        const char *feature, *shown, *written, *thenShown;
+    } rows[] = {
+        {"Rate",    "12.5", "12.1",  "12.1"  },
+        {"Little8", "-1.5", "0.1",   "0.1"   },
+        {"Gain",    "2.5",  "3.26",  "3.3"   },
+        {"Own",     "1000", "-1e-7", "-1e-07"},
+        {"Rate",    "12.1", "0x10",  "16"    },
+        {"Whole",   "16",   "8",     "8"     },
+        {"Rate",    "8",    "1e3",   "1000"  },
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(row.shown, FeatureText(description, row.feature)) << row.feature;
+        WriteFeature(description, row.feature, row.written);
+        EXPECT_EQ(row.thenShown, FeatureText(description, row.feature)) << row.feature;
+    }
+    EXPECT_EQ("1", FeatureText(description, "Period"));
+    EXPECT_EQ("Hz", description.Unit("Rate"));
+    EXPECT_EQ((std::vector<std::uint8_t>{0x44, 0x7A, 0, 0, 0, 0, 0, 0}), port.Read(0, 8));
+    EXPECT_EQ((std::vector<std::uint8_t>{0x9A, 0x99, 0x99, 0x99, 0x99, 0x99, 0xB9, 0x3F}), port.Read(8, 8));
+
+    const char* const refused[][3] = {
+        {"Rate",   "1000.1", "beyond its Max 1000"},
+        {"Whole",  "-1",     "beyond its Min -0.5"},
+        {"Rate",   "nan",    "no finite number"   },
+        {"Rate",   "1.5Hz",  "no number"          },
+        {"Big4",   "1e39",   "doesn't fit"        },
+        {"Gain",   "6553.6", "doesn't fit"        },
+        {"Gain",   "1e300",  "no 64-bit integer"  },
+        {"Fixed",  "1",      "read-only"          },
+        {"Period", "1",      "read-only"          },
+        {"Odd",    "1",      "6 bytes"            },
+    };
+    for (const auto& [feature, text, words] : refused) {
+        EXPECT_THAT(MessageOf([&, f = feature, t = text] { WriteFeature(description, f, t); }),
+                    HasSubstr(words))
+            << feature;
+    }
+    EXPECT_THAT(MessageOf([&] { description.GetFloat("Circle"); }), HasSubstr("without end"));
+    WriteFeature(description, "Rate", "0");
+    EXPECT_THAT(MessageOf([&] { description.GetInteger("Period"); }), HasSubstr("division by 0"));
+    EXPECT_EQ((std::vector<std::uint8_t>{33, 0}), port.Read(16, 2));
 }
 
 TEST(DescriptionUrl, NamesAPlaceInTheCameraOrIsRefused)

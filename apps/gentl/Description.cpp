@@ -2,10 +2,12 @@
 
 #include "gentl/Failure.h"
 #include "gentl/Formula.h"
+#include "gentl/Numbers.h"
 
 #include <algorithm>
-#include <charconv>
+#include <cmath>
 #include <cstring>
+#include <type_traits>
 
 namespace Tool {
 namespace {
@@ -23,12 +25,48 @@ bool IsOneOf(const char* text, std::initializer_list<const char*> candidates)
 
 bool HoldsOrRefers(pugi::xml_node node)
 {
-    return IsOneOf(node.name(), {"Integer", "Boolean", "Enumeration", "Command"});
+    return IsOneOf(node.name(), {"Integer", "Float", "Boolean", "Enumeration", "Command"});
 }
 
 bool IsRegister(pugi::xml_node node)
 {
-    return IsOneOf(node.name(), {"IntReg", "MaskedIntReg", "StructEntry"});
+    return IsOneOf(node.name(), {"IntReg", "FloatReg", "MaskedIntReg", "StructEntry"});
+}
+
+bool IsFormula(pugi::xml_node node)
+{
+    return IsOneOf(node.name(), {"IntSwissKnife", "SwissKnife"});
+}
+
+bool IsConverter(pugi::xml_node node)
+{
+    return IsOneOf(node.name(), {"IntConverter", "Converter"});
+}
+
+/// Whether the node itself counts in real numbers.
+bool IsReal(pugi::xml_node node)
+{
+    return IsOneOf(node.name(), {"Float", "FloatReg", "SwissKnife", "Converter"});
+}
+
+template <typename To, typename From>
+To Converted(From value)
+{
+    if constexpr (std::is_integral_v<To> && std::is_floating_point_v<From>) {
+        return Rounded(value);
+    } else {
+        return static_cast<To>(value);
+    }
+}
+
+template <typename Number>
+Number Parse(const std::string& text)
+{
+    if constexpr (std::is_integral_v<Number>) {
+        return ParseInteger(text);
+    } else {
+        return ParseReal(text);
+    }
 }
 
 std::string TextOf(pugi::xml_node node)
@@ -37,26 +75,6 @@ std::string TextOf(pugi::xml_node node)
     const std::size_t begin = text.find_first_not_of(" \t\r\n");
     return begin == std::string::npos ? std::string()
                                       : text.substr(begin, text.find_last_not_of(" \t\r\n") - begin + 1);
-}
-
-/// Decimal with a sign, or hexadecimal as 0x...
-std::int64_t ParseInteger(const std::string& text)
-{
-    const bool isHex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
-    const char* end = text.data() + text.size();
-    std::int64_t value = 0;
-    std::from_chars_result result{};
-    if (isHex) {
-        std::uint64_t bits = 0;
-        result = std::from_chars(text.data() + 2, end, bits, 16);
-        value = static_cast<std::int64_t>(bits);
-    } else {
-        result = std::from_chars(text.data() + (text.size() > 1 && text[0] == '+' ? 1 : 0), end, value);
-    }
-    if (result.ec != std::errc() || result.ptr != end) {
-        throw Failure("\"" + text.substr(0, 80) + "\" is no integer");
-    }
-    return value;
 }
 
 /// The child of a register node; what a StructEntry doesn't say itself its StructReg says.
@@ -70,11 +88,6 @@ pugi::xml_node RegisterChild(pugi::xml_node node, const char* child)
 pugi::xml_node Frame(pugi::xml_node node)
 {
     return std::strcmp(node.name(), "StructEntry") == 0 ? node.parent() : node;
-}
-
-std::uint64_t Mask(unsigned bits)
-{
-    return bits >= 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << bits) - 1;
 }
 
 std::string Join(const std::vector<std::string>& path)
@@ -139,7 +152,7 @@ bool Description::Has(const std::string& feature) const
 
 std::int64_t Description::GetInteger(const std::string& feature)
 {
-    return Resolve(feature, [this](pugi::xml_node node) { return ValueOf(node); });
+    return Resolve(feature, [this](pugi::xml_node node) { return ValueOf<std::int64_t>(node); });
 }
 
 void Description::SetInteger(const std::string& feature, std::int64_t value)
@@ -147,12 +160,22 @@ void Description::SetInteger(const std::string& feature, std::int64_t value)
     Resolve(feature, [this, value](pugi::xml_node node) { SetValueOf(node, value); });
 }
 
+double Description::GetFloat(const std::string& feature)
+{
+    return Resolve(feature, [this](pugi::xml_node node) { return ValueOf<double>(node); });
+}
+
+void Description::SetFloat(const std::string& feature, double value)
+{
+    Resolve(feature, [this, value](pugi::xml_node node) { SetValueOf(node, value); });
+}
+
 std::string Description::GetEnumeration(const std::string& feature)
 {
     return Resolve(feature, [this](pugi::xml_node node) {
-        const std::int64_t value = ValueOf(node);
+        const auto value = ValueOf<std::int64_t>(node);
         for (const pugi::xml_node entry : node.children("EnumEntry")) {
-            if (Number(entry, "Value") == value) {
+            if (Number<std::int64_t>(entry, "Value") == value) {
                 return std::string(entry.attribute("Name").value());
             }
         }
@@ -167,7 +190,7 @@ void Description::SetEnumeration(const std::string& feature, const std::string& 
         if (!found) {
             throw Failure("it has no entry " + entry);
         }
-        SetValueOf(node, Number(found, "Value"));
+        SetValueOf(node, Number<std::int64_t>(found, "Value"));
     });
 }
 
@@ -175,7 +198,7 @@ void Description::Execute(const std::string& command)
 {
     Resolve(command, [this](pugi::xml_node node) {
         const bool hasValue = node.child("CommandValue") || node.child("pCommandValue");
-        SetValueOf(node, hasValue ? Number(node, "CommandValue") : 1);
+        SetValueOf(node, hasValue ? Number<std::int64_t>(node, "CommandValue") : 1);
     });
 }
 
@@ -188,7 +211,7 @@ void Description::SetBoolean(const std::string& feature, bool isOn)
 {
     Resolve(feature, [this, isOn](pugi::xml_node node) {
         const char* child = isOn ? "OnValue" : "OffValue";
-        SetValueOf(node, node.child(child) ? Number(node, child) : std::int64_t{isOn});
+        SetValueOf(node, node.child(child) ? Number<std::int64_t>(node, child) : std::int64_t{isOn});
     });
 }
 
@@ -217,7 +240,10 @@ void Description::SetString(const std::string& feature, const std::string& text)
 std::string Description::Kind(const std::string& feature) const
 {
     const pugi::xml_node node = Find(feature);
-    if (IsRegister(node) || IsOneOf(node.name(), {"IntSwissKnife", "IntConverter"})) {
+    if (IsReal(node)) {
+        return "Float";
+    }
+    if (IsRegister(node) || IsFormula(node) || IsConverter(node)) {
         return "Integer";
     }
     return std::strcmp(node.name(), "StringReg") == 0 ? "String" : node.name();
@@ -226,6 +252,11 @@ std::string Description::Kind(const std::string& feature) const
 std::string Description::Representation(const std::string& feature) const
 {
     return TextOf(Find(feature).child("Representation"));
+}
+
+std::string Description::Unit(const std::string& feature) const
+{
+    return TextOf(Find(feature).child("Unit"));
 }
 
 std::vector<std::string> Description::Features(const std::string& category) const
@@ -260,8 +291,8 @@ std::string Description::Access(const std::string& feature)
 
 bool Description::IsOn(pugi::xml_node node)
 {
-    const std::int64_t value = ValueOf(node);
-    return node.child("OnValue") ? value == Number(node, "OnValue") : value != 0;
+    const auto value = ValueOf<std::int64_t>(node);
+    return node.child("OnValue") ? value == Number<std::int64_t>(node, "OnValue") : value != 0;
 }
 
 bool Description::Holds(pugi::xml_node node, const char* condition, bool isDefault)
@@ -285,7 +316,7 @@ std::string Description::AccessOf(pugi::xml_node node)
         m_path.pop_back();
     } else if (const pugi::xml_node mode = RegisterChild(node, "AccessMode")) {
         access = TextOf(mode);
-    } else if (std::strcmp(node.name(), "IntSwissKnife") == 0) {
+    } else if (IsFormula(node)) {
         access = "RO";
     }
     const std::string imposed = TextOf(node.child("ImposedAccessMode"));
@@ -313,49 +344,74 @@ void Description::Enter(const std::string& name)
     }
 }
 
-std::int64_t Description::Value(const std::string& name)
+template <typename T>
+T Description::Value(const std::string& name)
 {
     Enter(name);
-    const std::int64_t value = ValueOf(Find(name));
+    const auto value = ValueOf<T>(Find(name));
     m_path.pop_back();
     return value;
 }
 
-void Description::SetValue(const std::string& name, std::int64_t value)
+template <typename T>
+void Description::SetValue(const std::string& name, T value)
 {
     Enter(name);
     SetValueOf(Find(name), value);
     m_path.pop_back();
 }
 
-std::int64_t Description::ValueOf(pugi::xml_node node)
+template <typename T>
+T Description::ValueOf(pugi::xml_node node)
+{
+    return IsReal(node) ? Converted<T>(OwnKindValueOf<double>(node))
+                        : Converted<T>(OwnKindValueOf<std::int64_t>(node));
+}
+
+template <typename T>
+void Description::SetValueOf(pugi::xml_node node, T value)
+{
+    IsReal(node) ? SetOwnKindValueOf(node, Converted<double>(value))
+                 : SetOwnKindValueOf(node, Converted<std::int64_t>(value));
+}
+
+template <typename T>
+T Description::OwnKindValueOf(pugi::xml_node node)
 {
     if (IsRegister(node)) {
-        return ReadRegister(node);
+        if constexpr (std::is_integral_v<T>) {
+            return ReadInteger(m_port, Locate(node));
+        } else {
+            return ReadReal(m_port, Locate(node));
+        }
     }
     if (HoldsOrRefers(node)) {
         if (node.child("pIndex")) {
             const pugi::xml_node child = IndexedChild(node);
-            return child.name()[0] == 'p' ? Value(TextOf(child)) : ParseInteger(TextOf(child));
+            return child.name()[0] == 'p' ? Value<T>(TextOf(child)) : Parse<T>(TextOf(child));
         }
         const auto own = m_ownValues.find(node.attribute("Name").value());
-        return own != m_ownValues.end() ? own->second : Number(node, "Value");
+        return own != m_ownValues.end() ? std::get<T>(own->second) : Number<T>(node, "Value");
     }
-    if (std::strcmp(node.name(), "IntSwissKnife") == 0) {
-        return Formula(node, TextOf(node.child("Formula")));
+    if (IsFormula(node)) {
+        return Formula<T>(node, TextOf(node.child("Formula")));
     }
-    if (std::strcmp(node.name(), "IntConverter") == 0) {
-        return Formula(node, TextOf(node.child("FormulaFrom")), "TO", Number(node, "Value"));
+    if (IsConverter(node)) {
+        return Formula<T>(node, TextOf(node.child("FormulaFrom")), "TO", Number<T>(node, "Value"));
     }
     throw Failure(std::string("it is of the kind ") + node.name() + ", which this program can't read");
 }
 
-void Description::SetValueOf(pugi::xml_node node, std::int64_t value)
+template <typename T>
+void Description::SetOwnKindValueOf(pugi::xml_node node, T value)
 {
     if (IsRegister(node)) {
         return WriteRegister(node, value);
     }
     if (HoldsOrRefers(node)) {
+        if constexpr (std::is_floating_point_v<T>) {
+            CheckRange(node, value);
+        }
         const pugi::xml_node target = node.child("pIndex") ? IndexedChild(node) : node.child("pValue");
         if (!target) {
             m_ownValues[node.attribute("Name").value()] = value;
@@ -369,16 +425,30 @@ void Description::SetValueOf(pugi::xml_node node, std::int64_t value)
         }
         return;
     }
-    if (std::strcmp(node.name(), "IntConverter") == 0) {
+    if (IsConverter(node)) {
         return SetValue(TextOf(node.child("pValue")),
-                        Formula(node, TextOf(node.child("FormulaTo")), "FROM", value));
+                        Formula<T>(node, TextOf(node.child("FormulaTo")), "FROM", value));
     }
     throw Failure(std::string("it is of the kind ") + node.name() + ", which this program can't write");
 }
 
+void Description::CheckRange(pugi::xml_node node, double value)
+{
+    for (const char* limit : {"Min", "Max"}) {
+        if (!node.child(limit) && !node.child((std::string("p") + limit).c_str())) {
+            continue;
+        }
+        const auto bound = Number<double>(node, limit);
+        if (limit[1] == 'i' ? value < bound : value > bound) {
+            throw Failure("the value " + RealText(value) + " lies beyond its " + limit + " " +
+                          RealText(bound));
+        }
+    }
+}
+
 pugi::xml_node Description::IndexedChild(pugi::xml_node node)
 {
-    const std::int64_t index = Value(TextOf(node.child("pIndex")));
+    const auto index = Value<std::int64_t>(TextOf(node.child("pIndex")));
     for (const pugi::xml_node child : node.children()) {
         if (IsOneOf(child.name(), {"ValueIndexed", "pValueIndexed"}) &&
             ParseInteger(child.attribute("Index").value()) == index) {
@@ -393,47 +463,50 @@ pugi::xml_node Description::IndexedChild(pugi::xml_node node)
     throw Failure("it has no value for the index " + std::to_string(index));
 }
 
-std::int64_t Description::Number(pugi::xml_node node, const std::string& child)
+template <typename T>
+T Description::Number(pugi::xml_node node, const std::string& child)
 {
     if (const pugi::xml_node constant = node.child(child.c_str())) {
-        return ParseInteger(TextOf(constant));
+        return Parse<T>(TextOf(constant));
     }
     if (const pugi::xml_node reference = node.child(("p" + child).c_str())) {
-        return Value(TextOf(reference));
+        return Value<T>(TextOf(reference));
     }
     throw Failure("it lacks the element " + child);
 }
 
-std::int64_t Description::Formula(pugi::xml_node node,
-                                  const std::string& formula,
-                                  const std::string& givenName,
-                                  std::int64_t given)
+template <typename T>
+T Description::Formula(pugi::xml_node node, const std::string& formula, const std::string& givenName, T given)
 {
-    return EvaluateFormula(formula, [&](const std::string& name) {
-        return !givenName.empty() && name == givenName ? given : Variable(node, name);
+    return EvaluateFormula<T>(formula, [&](const std::string& name) {
+        return !givenName.empty() && name == givenName ? given : Variable<T>(node, name);
     });
 }
 
-std::int64_t Description::Variable(pugi::xml_node node, const std::string& name)
+template <typename T>
+T Description::Variable(pugi::xml_node node, const std::string& name)
 {
     if (const pugi::xml_node constant = node.find_child_by_attribute("Constant", "Name", name.c_str())) {
-        return ParseInteger(TextOf(constant));
+        return Parse<T>(TextOf(constant));
     }
     if (const pugi::xml_node part = node.find_child_by_attribute("Expression", "Name", name.c_str())) {
         Enter(name);
-        const std::int64_t value = Formula(node, TextOf(part));
+        const auto value = Formula<T>(node, TextOf(part));
         m_path.pop_back();
         return value;
     }
     const pugi::xml_node variable = node.find_child_by_attribute("pVariable", "Name", name.c_str());
     if (!variable) {
+        if (IsReal(node) && IsOneOf(name.c_str(), {"PI", "E"})) {
+            return Converted<T>(name == "E" ? std::exp(1.0) : std::acos(-1.0));
+        }
         throw Failure("its formula has an unknown variable " + name);
     }
     const std::size_t dot = name.find('.');
     if (dot != std::string::npos && name.substr(dot) != ".Value") {
         throw Failure("its formula asks for " + name + ", which this program can't read");
     }
-    return Value(TextOf(variable));
+    return Value<T>(TextOf(variable));
 }
 
 std::size_t Description::Length(pugi::xml_node node, std::int64_t most)
@@ -442,7 +515,7 @@ std::size_t Description::Length(pugi::xml_node node, std::int64_t most)
     if (std::strcmp(port.name(), "Port") != 0 || port.child("ChunkID") || port.child("pChunkID")) {
         throw Failure("it lies outside the port's registers");
     }
-    const std::int64_t length = Number(Frame(node), "Length");
+    const std::int64_t length = Number<std::int64_t>(Frame(node), "Length");
     if (length < 1 || length > most) {
         throw Failure("its register is " + std::to_string(length) + " bytes long; this kind has 1 to " +
                       std::to_string(most));
@@ -466,17 +539,17 @@ std::pair<std::uint64_t, std::size_t> Description::LocateText(pugi::xml_node nod
     return {Address(node), length};
 }
 
-Description::Register Description::Locate(pugi::xml_node node)
+RegisterField Description::Locate(pugi::xml_node node)
 {
-    Register where{};
+    RegisterField where{};
     where.length = Length(node, 8);
     where.isBigEndian = TextOf(RegisterChild(node, "Endianess")) == "BigEndian";
     where.isSigned = TextOf(RegisterChild(node, "Sign")) == "Signed";
     where.highBit = static_cast<unsigned>(where.length) * 8 - 1;
-    if (std::strcmp(node.name(), "IntReg") != 0) {
+    if (!IsOneOf(node.name(), {"IntReg", "FloatReg"})) {
         const bool isSingle = node.child("Bit");
-        const std::int64_t bits[] = {Number(node, isSingle ? "Bit" : "LSB"),
-                                     Number(node, isSingle ? "Bit" : "MSB")};
+        const std::int64_t bits[] = {Number<std::int64_t>(node, isSingle ? "Bit" : "LSB"),
+                                     Number<std::int64_t>(node, isSingle ? "Bit" : "MSB")};
         unsigned places[2];
         for (int i = 0; i < 2; ++i) {
             if (bits[i] < 0 || bits[i] > where.highBit) {
@@ -502,17 +575,17 @@ std::uint64_t Description::Address(pugi::xml_node node)
         if (std::strcmp(child.name(), "Address") == 0) {
             part = ParseInteger(TextOf(child));
         } else if (std::strcmp(child.name(), "pAddress") == 0) {
-            part = Value(TextOf(child));
+            part = Value<std::int64_t>(TextOf(child));
         } else if (std::strcmp(child.name(), "IntSwissKnife") == 0) {
-            part = Formula(child, TextOf(child.child("Formula")));
+            part = Formula<std::int64_t>(child, TextOf(child.child("Formula")));
         } else if (std::strcmp(child.name(), "pIndex") == 0) {
             const pugi::xml_attribute offset = child.attribute("Offset");
             const pugi::xml_attribute reference = child.attribute("pOffset");
             const std::int64_t step = offset      ? ParseInteger(offset.value())
-                                      : reference ? Value(reference.value())
-                                                  : Number(node, "Length");
+                                      : reference ? Value<std::int64_t>(reference.value())
+                                                  : Number<std::int64_t>(node, "Length");
             part = static_cast<std::int64_t>(static_cast<std::uint64_t>(step) *
-                                             static_cast<std::uint64_t>(Value(TextOf(child))));
+                                             static_cast<std::uint64_t>(Value<std::int64_t>(TextOf(child))));
         } else {
             continue;
         }
@@ -525,59 +598,18 @@ std::uint64_t Description::Address(pugi::xml_node node)
     return sum;
 }
 
-std::uint64_t Description::ReadRaw(const Register& where)
-{
-    std::vector<std::uint8_t> bytes = m_port.Read(where.address, where.length);
-    if (!where.isBigEndian) {
-        std::reverse(bytes.begin(), bytes.end());
-    }
-    std::uint64_t raw = 0;
-    for (const std::uint8_t byte : bytes) {
-        raw = raw << 8 | byte;
-    }
-    return raw;
-}
-
-std::int64_t Description::ReadRegister(pugi::xml_node node)
-{
-    const Register where = Locate(node);
-    const unsigned width = where.highBit - where.lowBit + 1;
-    std::uint64_t value = ReadRaw(where) >> where.lowBit & Mask(width);
-    if (where.isSigned && (value >> (width - 1) & 1) != 0) {
-        value |= ~Mask(width);
-    }
-    return static_cast<std::int64_t>(value);
-}
-
-void Description::WriteRegister(pugi::xml_node node, std::int64_t value)
+template <typename T>
+void Description::WriteRegister(pugi::xml_node node, T value)
 {
     const std::string access = TextOf(RegisterChild(node, "AccessMode"));
     if (access == "RO") {
         throw Failure("it is read-only");
     }
-    const Register where = Locate(node);
-    const unsigned width = where.highBit - where.lowBit + 1;
-    // Beyond the register's bits a value that fits has nothing but its sign.
-    const std::int64_t rest = width >= 64 ? 0 : value >> (where.isSigned ? width - 1 : width);
-    if (rest != 0 && !(where.isSigned && rest == -1)) {
-        throw Failure("the value " + std::to_string(value) + " doesn't fit into its " +
-                      std::to_string(width) + " bits");
+    if constexpr (std::is_integral_v<T>) {
+        WriteInteger(m_port, Locate(node), value, access != "WO");
+    } else {
+        WriteReal(m_port, Locate(node), value);
     }
-    std::uint64_t raw = static_cast<std::uint64_t>(value);
-    if (width < where.length * 8) {
-        const std::uint64_t field = Mask(width) << where.lowBit;
-        const std::uint64_t old = access == "WO" ? 0 : ReadRaw(where);
-        raw = (old & ~field) | (raw << where.lowBit & field);
-    }
-    std::vector<std::uint8_t> bytes(where.length);
-    for (std::uint8_t& byte : bytes) {
-        byte = static_cast<std::uint8_t>(raw);
-        raw >>= 8;
-    }
-    if (where.isBigEndian) {
-        std::reverse(bytes.begin(), bytes.end());
-    }
-    m_port.Write(where.address, bytes);
 }
 
 }  // namespace Tool

@@ -4,11 +4,13 @@
 #include "gentl/ExitCode.h"
 #include "gentl/Failure.h"
 #include "gentl/Files.h"
+#include "gentl/Numbers.h"
 #include "gentl/Unzip.h"
 
 #include <arpa/inet.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <iostream>
 #include <set>
@@ -76,6 +78,15 @@ std::int64_t ParseNumber(const std::string& text)
     return value;
 }
 
+double ParseFloat(const std::string& text)
+{
+    const double value = ParseReal(text);
+    if (!std::isfinite(value)) {
+        throw Failure("\"" + text + "\" is no finite number");
+    }
+    return value;
+}
+
 bool ParseSwitch(const std::string& text)
 {
     for (const bool isOn : {true, false}) {
@@ -105,7 +116,9 @@ std::string Shown(Description& description, const std::string& feature)
     if (description.Access(feature) == "WO") {
         return Remark(description, feature);
     }
-    return "= " + FeatureText(description, feature) + Remark(description, feature);
+    const std::string unit = description.Unit(feature);
+    return "= " + FeatureText(description, feature) + (unit.empty() ? "" : " " + unit) +
+           Remark(description, feature);
 }
 
 void Print(const std::string& indent, const std::string& feature, const std::string& shown)
@@ -183,7 +196,7 @@ std::string FeatureText(Description& description, const std::string& feature)
             text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; }, '.');
         return '"' + text + '"';
     }
-    return IntegerText(description, feature);
+    return kind == "Float" ? RealText(description.GetFloat(feature)) : IntegerText(description, feature);
 }
 
 void WriteFeature(Description& description, const std::string& feature, const std::string& text)
@@ -201,6 +214,8 @@ void WriteFeature(Description& description, const std::string& feature, const st
         description.SetEnumeration(feature, text);
     } else if (kind == "Boolean") {
         description.SetBoolean(feature, ParseSwitch(text));
+    } else if (kind == "Float") {
+        description.SetFloat(feature, ParseFloat(text));
     } else if (kind == "String") {
         const bool isQuoted = text.size() >= 2 && text.front() == '"' && text.back() == '"';
         description.SetString(feature, isQuoted ? text.substr(1, text.size() - 2) : text);

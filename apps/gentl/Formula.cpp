@@ -1,11 +1,12 @@
 #include "gentl/Formula.h"
 
 #include "gentl/Failure.h"
+#include "gentl/Numbers.h"
 
 #include <cctype>
 #include <charconv>
+#include <cmath>
 #include <cstring>
-#include <limits>
 
 namespace Tool {
 namespace {
@@ -50,6 +51,21 @@ std::int64_t Wrapped(std::uint64_t value)
 std::int64_t Negated(std::int64_t value)
 {
     return Wrapped(0 - static_cast<std::uint64_t>(value));
+}
+
+double Negated(double value)
+{
+    return -value;
+}
+
+std::int64_t Complement(std::int64_t value)
+{
+    return ~value;
+}
+
+double Complement(double value)
+{
+    return static_cast<double>(~Rounded(value));
 }
 
 std::int64_t Shifted(std::int64_t value, std::int64_t count, bool left)
@@ -123,19 +139,84 @@ std::int64_t Apply(const char* op, std::int64_t a, std::int64_t b)
     }
 }
 
+double Apply(const char* op, double a, double b)
+{
+    const auto is = [op](const char* text) { return std::strcmp(op, text) == 0; };
+    if (is("||")) {
+        return a != 0 || b != 0;
+    }
+    if (is("&&")) {
+        return a != 0 && b != 0;
+    }
+    if (is("**")) {
+        return std::pow(a, b);
+    }
+    if (is("<<") || is(">>") || is("|") || is("^") || is("&")) {
+        return static_cast<double>(Apply(op, Rounded(a), Rounded(b)));
+    }
+    if (is("/") || is("%")) {
+        if (b == 0) {
+            throw Failure("division by 0");
+        }
+        return is("/") ? a / b : std::fmod(a, b);
+    }
+    switch (op[0]) {
+        case '+':
+            return a + b;
+        case '-':
+            return a - b;
+        case '*':
+            return a * b;
+        case '=':
+            return a == b;
+        case '<':
+            return is("<=") ? a <= b : (is("<>") ? a != b : a < b);
+        default:
+            return is(">=") ? a >= b : a > b;
+    }
+}
+
+struct Function
+{
+    const char* name;
+    double (*call)(double);
+};
+
+/// Of real formulas only.
+constexpr Function kFunctions[] = {
+    {"SIN",   std::sin  },
+    {"COS",   std::cos  },
+    {"TAN",   std::tan  },
+    {"ASIN",  std::asin },
+    {"ACOS",  std::acos },
+    {"ATAN",  std::atan },
+    {"EXP",   std::exp  },
+    {"LN",    std::log  },
+    {"LG",    std::log10},
+    {"SQRT",  std::sqrt },
+    {"TRUNC", std::trunc},
+    {"FLOOR", std::floor},
+    {"CEIL",  std::ceil },
+    {"ROUND", std::round},
+};
+
 /// Reads from left to right and computes on the way. What stands in a branch not taken is read with active
 /// false.
+template <typename Number>
 class Reader
 {
 public:
-    Reader(const std::string& text, const VariableLookup& lookup) : m_text(text), m_lookup(lookup) {}
+    Reader(const std::string& text, const VariableLookup<Number>& lookup) : m_text(text), m_lookup(lookup) {}
 
-    std::int64_t ReadAll()
+    Number ReadAll()
     {
-        const std::int64_t value = Choice(true);
+        const Number value = Choice(true);
         SkipBlanks();
         if (m_at != m_text.size()) {
             throw Unreadable();
+        }
+        if (!std::isfinite(static_cast<double>(value))) {
+            throw Failure("the formula " + m_text + " gives no finite number");
         }
         return value;
     }
@@ -188,16 +269,16 @@ private:
         }
     }
 
-    std::int64_t Choice(bool active)
+    Number Choice(bool active)
     {
         const Level level(*this);
-        const std::int64_t condition = Binary(1, active);
+        const Number condition = Binary(1, active);
         if (!Take("?")) {
             return condition;
         }
-        const std::int64_t first = Choice(active && condition != 0);
+        const Number first = Choice(active && condition != 0);
         Expect(":");
-        const std::int64_t second = Choice(active && condition == 0);
+        const Number second = Choice(active && condition == 0);
         return condition != 0 ? first : second;
     }
 
@@ -212,19 +293,19 @@ private:
         return nullptr;
     }
 
-    std::int64_t Binary(int lowest, bool active)
+    Number Binary(int lowest, bool active)
     {
         const Level level(*this);
-        std::int64_t value = Unary(active);
+        Number value = Unary(active);
         while (const Operator* pOp = TakeOperator(lowest)) {
             const bool fromTheRight = pOp->level == kUnaryLevel;
-            const std::int64_t right = Binary(fromTheRight ? pOp->level : pOp->level + 1, active);
+            const Number right = Binary(fromTheRight ? pOp->level : pOp->level + 1, active);
             value = active ? Apply(pOp->text, value, right) : 0;
         }
         return value;
     }
 
-    std::int64_t Unary(bool active)
+    Number Unary(bool active)
     {
         if (Take("-")) {
             return Negated(Binary(kUnaryLevel, active));
@@ -233,50 +314,63 @@ private:
             return Binary(kUnaryLevel, active);
         }
         if (Take("~")) {
-            return ~Binary(kUnaryLevel, active);
+            return Complement(Binary(kUnaryLevel, active));
         }
         if (Take("(")) {
-            const std::int64_t value = Choice(active);
+            const Number value = Choice(active);
             Expect(")");
             return value;
         }
         return Operand(active);
     }
 
-    std::int64_t Operand(bool active)
+    Number Operand(bool active)
     {
         SkipBlanks();
         const char first = m_at < m_text.size() ? m_text[m_at] : '\0';
-        if (std::isdigit(static_cast<unsigned char>(first)) != 0) {
-            return Number();
+        if (std::isdigit(static_cast<unsigned char>(first)) != 0 || first == '.') {
+            return Literal();
         }
         if (std::isalpha(static_cast<unsigned char>(first)) == 0 && first != '_') {
             throw Unreadable();
         }
         const std::string name = Word();
         if (Take("(")) {
-            const std::int64_t argument = Choice(active);
+            const Number argument = Choice(active);
             Expect(")");
-            return Call(name, argument);
+            return Call(name, argument, active);
         }
         return active ? m_lookup(name) : 0;
     }
 
-    std::int64_t Number()
+    Number Literal()
     {
         const bool isHex = m_text.compare(m_at, 2, "0x") == 0 || m_text.compare(m_at, 2, "0X") == 0;
-        const char* begin = m_text.data() + m_at + (isHex ? 2 : 0);
-        std::uint64_t value = 0;
-        const auto [end, error] =
-            std::from_chars(begin, m_text.data() + m_text.size(), value, isHex ? 16 : 10);
-        const bool goesOn =
-            end != m_text.data() + m_text.size() &&
-            (std::isalnum(static_cast<unsigned char>(*end)) != 0 || *end == '.' || *end == '_');
+        if (isHex) {
+            m_at += 2;
+            return static_cast<Number>(Wrapped(Digits<std::uint64_t>(16)));
+        }
+        if constexpr (kIsReal) {
+            return Digits<double>(std::chars_format::general);
+        } else {
+            return Wrapped(Digits<std::uint64_t>(10));
+        }
+    }
+
+    /// The format is what std::from_chars takes for the kind: a base or a floating point format.
+    template <typename Kind, typename Format>
+    Kind Digits(Format format)
+    {
+        Kind value{};
+        const char* const textEnd = m_text.data() + m_text.size();
+        const auto [end, error] = std::from_chars(m_text.data() + m_at, textEnd, value, format);
+        const bool goesOn = end != textEnd && (std::isalnum(static_cast<unsigned char>(*end)) != 0 ||
+                                               *end == '.' || *end == '_');
         if (error != std::errc() || goesOn) {
             throw Unreadable();
         }
         m_at = static_cast<std::size_t>(end - m_text.data());
-        return Wrapped(value);
+        return value;
     }
 
     std::string Word()
@@ -289,31 +383,44 @@ private:
         return m_text.substr(begin, m_at - begin);
     }
 
-    static std::int64_t Call(const std::string& name, std::int64_t argument)
+    static Number Call(const std::string& name, Number argument, bool active)
     {
         if (name == "ABS") {
             return argument < 0 ? Negated(argument) : argument;
         }
         if (name == "SGN") {
-            return argument == 0 ? 0 : (argument < 0 ? -1 : 1);
+            return static_cast<Number>(argument == 0 ? 0 : (argument < 0 ? -1 : 1));
         }
         if (name == "NEG") {
             return Negated(argument);
         }
-        throw Failure("the function " + name + " isn't understood in integer formulas");
+        if constexpr (kIsReal) {
+            for (const Function& function : kFunctions) {
+                if (name == function.name) {
+                    return active ? function.call(argument) : 0;
+                }
+            }
+        }
+        throw Failure("the function " + name + " isn't understood in this formula");
     }
 
+    static constexpr bool kIsReal = std::is_floating_point_v<Number>;
+
     const std::string& m_text;
-    const VariableLookup& m_lookup;
+    const VariableLookup<Number>& m_lookup;
     std::size_t m_at = 0;
     int m_depth = 0;
 };
 
 }  // namespace
 
-std::int64_t EvaluateFormula(const std::string& formula, const VariableLookup& lookup)
+template <typename Number>
+Number EvaluateFormula(const std::string& formula, const VariableLookup<Number>& lookup)
 {
-    return Reader(formula, lookup).ReadAll();
+    return Reader<Number>(formula, lookup).ReadAll();
 }
+
+template std::int64_t EvaluateFormula(const std::string&, const VariableLookup<std::int64_t>&);
+template double EvaluateFormula(const std::string&, const VariableLookup<double>&);
 
 }  // namespace Tool
