@@ -11,7 +11,7 @@
 namespace Tool {
 namespace {
 
-constexpr int kDeepest = 250;
+constexpr int kDeepest = 100;
 constexpr int kUnaryLevel = 11;
 
 struct Operator
