@@ -143,13 +143,18 @@ public:
     }
 
     /// Waits for `count` more accesses of the heartbeat and gives all since.
-    std::vector<std::string> NextBeats(std::size_t count)
+    /// From the first beat on.
+    std::vector<std::string> Beats(std::size_t count)
     {
         std::unique_lock<std::mutex> lock(m_mutex);
-        m_beats.clear();
         EXPECT_TRUE(
             m_beaten.wait_for(lock, std::chrono::seconds(20), [&] { return m_beats.size() >= count; }));
         return m_beats;
+    }
+    std::vector<std::string> NextBeats(std::size_t count)
+    {
+        Locked([this] { m_beats.clear(); });
+        return Beats(count);
     }
     void Locked(const std::function<void()>& change)
     {
@@ -535,7 +540,7 @@ TEST_F(HeartbeatTest, WritesWhatItReadsAtHalfTheTimeout)
 {
     const auto start = std::chrono::steady_clock::now();
     Start(200);
-    EXPECT_THAT(m_camera->NextBeats(3), ElementsAre("R 0938", "R 0938", "W 0938=00C8"));
+    EXPECT_THAT(m_camera->Beats(3), ElementsAre("R 0938", "R 0938", "W 0938=00C8"));
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(99));
     m_camera->Locked([this] { m_camera->m_registers[kHeartbeat] = 3; });
     EXPECT_THAT(m_camera->NextBeats(4), Contains("W 0938=0003"));
