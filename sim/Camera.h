@@ -64,7 +64,7 @@ struct Config
     std::string deviceVersion = "1.0.0";
     std::string manufacturerInfo = "simulated camera";
     std::string serialNumber = "SIM000001";
-    std::string userName = "";
+    std::string userName;
 
     // Control channel.
     std::uint32_t gevVersion = 0x00020000;  ///< register 0x0000, major in the high half

@@ -16,7 +16,7 @@ namespace sim {
 namespace {
 
 // Part of the default receive buffer, 212992 bytes, that the stream may fill.
-constexpr std::size_t kRoomBytes = 128 * 1024;
+constexpr std::size_t kRoomBytes = std::size_t{128} * 1024;
 constexpr std::chrono::seconds kPatience{2};
 constexpr std::chrono::microseconds kLookAgain{20};
 constexpr int kBacklogColumn = 11;

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdio>
 #include <cstring>
+#include <stdexcept>
 
 namespace sim {
 namespace {
@@ -195,6 +196,9 @@ void Registers::FillFeatures(const Config& config)
 void Registers::SetText(std::uint32_t address, const std::string& text)
 {
     const Place place = Find(address);
+    if (place.pRegion == nullptr) {
+        throw std::out_of_range("no register at this address");
+    }
     std::copy(text.begin(), text.end(), place.pRegion->bytes.begin() + place.offset);
 }
 

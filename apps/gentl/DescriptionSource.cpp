@@ -55,9 +55,9 @@ LocalUrl ParseLocalUrl(const std::string& url)
     if (second == std::string::npos) {
         throw Failure("the camera's description URL has no address and length: " + url, kOtherDescription);
     }
-    const LocalUrl parsed{body.substr(body.find_first_not_of('/'), first - body.find_first_not_of('/')),
-                          ParseHex(body.substr(first + 1, second - first - 1), url),
-                          ParseHex(body.substr(second + 1), url)};
+    LocalUrl parsed{body.substr(body.find_first_not_of('/'), first - body.find_first_not_of('/')),
+                    ParseHex(body.substr(first + 1, second - first - 1), url),
+                    ParseHex(body.substr(second + 1), url)};
     if (parsed.length == 0 || parsed.length > kLongestDescription) {
         throw Failure("the camera's description URL names a length of " + std::to_string(parsed.length) +
                           " bytes: " + url,

@@ -44,7 +44,7 @@ fs::path Own()
     std::error_code error;
     const fs::path program = fs::read_symlink("/proc/self/exe", error);
     for (const char* candidate : kOwnLibrary) {
-        const fs::path path = (program.parent_path() / candidate).lexically_normal();
+        fs::path path = (program.parent_path() / candidate).lexically_normal();
         if (fs::exists(path, error)) {
             return path;
         }
@@ -60,7 +60,7 @@ fs::path FindProducer(const std::string& given)
     if (fs::path(given).has_parent_path() || fs::exists(given, error)) {
         return fs::absolute(given);  // a bare name would be looked up in the system's library folders
     }
-    if (const fs::path own = Own(); given.empty() && !own.empty()) {
+    if (fs::path own = Own(); given.empty() && !own.empty()) {
         return own;
     }
     for (const fs::path& path : Installed()) {

@@ -7,6 +7,7 @@
 #include "gentl/Unzip.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace Tool {
 namespace {
@@ -123,9 +124,11 @@ Image Stream::Look(GenTL::BUFFER_HANDLE hBuffer) const
     Image image;
     const std::uint64_t offset = number(GenTL::BUFFER_INFO_IMAGEOFFSET);
     const std::uint64_t size = number(GenTL::BUFFER_INFO_SIZE);
-    const auto base = static_cast<std::uintptr_t>(number(GenTL::BUFFER_INFO_BASE));
-    if (base != 0 && offset <= size) {
-        image.pData = reinterpret_cast<const std::uint8_t*>(base) + offset;
+    const std::uint64_t bits = number(GenTL::BUFFER_INFO_BASE);
+    const std::uint8_t* base = nullptr;
+    std::memcpy(&base, &bits, sizeof base);
+    if (base != nullptr && offset <= size) {
+        image.pData = base + offset;
         image.memorySize = size - offset;
     }
     image.sizeFilled = number(GenTL::BUFFER_INFO_SIZE_FILLED);
