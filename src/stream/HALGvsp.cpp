@@ -1,11 +1,11 @@
 #include "stream/HALGvsp.h"
 
 #include "frame/Error.h"
-#include "gev/Handles.h"
 #include "gev/IHALGev.h"
 #include "log/HLogger.h"
 #include "log/localization.h"
 #include "stream/GvspPacket.h"
+#include "stream/StreamChannel.h"
 #include "stream/StreamStartParams.h"
 
 #include <arpa/inet.h>
@@ -20,23 +20,16 @@
 namespace GenTL {
 namespace {
 
-// Bootstrap registers of the camera. Only stream channel 0 is used.
-constexpr unsigned sk_addrVersion = 0x0000;
-constexpr unsigned sk_addrGvspCaps = 0x092C;
+// Further bootstrap registers of the camera.
 constexpr unsigned sk_addrGvcpCaps = 0x0934;
 constexpr unsigned sk_addrTickFrequencyHigh = 0x093C;
 constexpr unsigned sk_addrTickFrequencyLow = 0x0940;
-constexpr unsigned sk_addrGvspCofig = 0x0960;
-constexpr unsigned sk_addrScp = 0x0D00;
 constexpr unsigned sk_addrScps = 0x0D04;
 constexpr unsigned sk_addrScpd = 0x0D08;
-constexpr unsigned sk_addrScda = 0x0D18;
 constexpr unsigned sk_addrScsp = 0x0D1C;
 
 constexpr unsigned kGvspCapsScspReadable = 0x80000000;
-constexpr unsigned kGvspCapsLegacyId = 0x40000000;
 constexpr unsigned kGvcpCapsPacketResend = 0x00000004;
-constexpr unsigned kGvspConfigExtendedId = 0x40000000;
 constexpr unsigned kScpsFireTestPacket = 0x80000000;
 constexpr unsigned kScpsDoNotFragment = 0x40000000;
 constexpr unsigned kScpsSizeMask = 0x0000FFFF;
@@ -45,30 +38,6 @@ constexpr const char* kMulticastGroup = "239.10.10.10";
 constexpr int kTestPacketTimeoutMs = 100;
 constexpr unsigned kAutoPacketSizes[] = {9000, 7500, 6000, 4500, 3000, 1500, 576};
 constexpr std::uint32_t kLeastInterPacketExpiry = 40;
-
-constexpr int kAccessControl = 3;
-constexpr int kAccessExclusive = 4;
-
-bool HasControl(int accessMode)
-{
-    return accessMode == kAccessControl || accessMode == kAccessExclusive;
-}
-
-void LogError(const char* text, unsigned address)
-{
-    HLogger::Error(loc::al(text, {std::to_string(address).c_str()}).c_str());
-}
-
-/// The adapter's address on the camera's network; the port is that of the control channel.
-sockaddr_in HostAddress(void* device)
-{
-    return ToDevice(device)->m_pSocket->LocalAddress();
-}
-
-sockaddr_in CameraAddress(void* device)
-{
-    return ToDevice(device)->m_pSocket->RemoteAddress();
-}
 
 /// To the next lower integer, with everything out of range at the nearer end.
 std::uint32_t Saturate(double value)
@@ -88,7 +57,7 @@ int TraverseFirewall(IHALGev* hal, void* device, const StreamHandle& stream, uns
     }
     unsigned port = 0;
     if (const int code = hal->ReadReg(device, sk_addrScsp, port); code != GC_ERR_SUCCESS) {
-        LogError("anonymous::TraverseFirewall WriteReg {0}", sk_addrScsp);
+        LogRegister("anonymous::TraverseFirewall WriteReg {0}", sk_addrScsp);
         return AppendName(code);
     }
     sockaddr_in camera = CameraAddress(device);
@@ -134,7 +103,7 @@ int FindPacketSize(IHALGev* hal, void* device, const StreamHandle& stream, std::
         size = candidate;
         const int code = hal->WriteReg(device, sk_addrScps, kScpsDoNotFragment | candidate);
         if (code != GC_ERR_SUCCESS) {
-            LogError("failed to set the datastream register to the max packetsize of {0}", candidate);
+            LogRegister("failed to set the datastream register to the max packetsize of {0}", candidate);
             return AppendName(code);
         }
         return GC_ERR_SUCCESS;
@@ -169,7 +138,7 @@ void CalculateInterPacketExpiry(IHALGev* hal, void* device, std::uint32_t* out)
     const auto read = [&](unsigned address) {
         unsigned value = 0;
         if (hal->ReadReg(device, address, value) != GC_ERR_SUCCESS) {
-            LogError("GenTL::HALGvsp::Start(): ReadReg {0}", address);
+            LogRegister("GenTL::HALGvsp::Start(): ReadReg {0}", address);
             value = 0;
         }
         return static_cast<std::uint64_t>(value);
@@ -214,7 +183,7 @@ int HALGvsp::Start(IHALGev* hal, void* device, StreamStartParams& params)
     };
     for (const auto& [address, pValue] : registers) {
         if (const int code = hal->ReadReg(device, address, *pValue); code != GC_ERR_SUCCESS) {
-            LogError("GenTL::HALGvsp::Start ReadReg {0}", address);
+            LogRegister("GenTL::HALGvsp::Start ReadReg {0}", address);
             return AppendName(code);
         }
     }
@@ -336,21 +305,11 @@ int HALGvsp::WriteDestination(IHALGev* hal, void* device, unsigned address, cons
 
 int HALGvsp::Stop(IHALGev* hal, void* device, unsigned, int accessMode)
 {
-    if (hal == nullptr) {
-        return StoreName(GC_ERR_INVALID_HANDLE);
+    const int code = CloseChannel(hal, device, accessMode);
+    if (code == GC_ERR_SUCCESS) {
+        m_stream.m_pSocket->Close();
     }
-    if (HasControl(accessMode)) {
-        const int code = hal->WriteReg(device, sk_addrScp, 0);
-        if (code == GC_ERR_TIMEOUT) {
-            // The camera may be gone, and the stream must stop all the same.
-            HLogger::Error("GenTL::HALGvsp::Stop WriteReg Timed out SCP");
-        } else if (code != GC_ERR_SUCCESS) {
-            HLogger::Error("GenTL::HALGvsp::Stop WriteReg SCP");
-            return AppendName(code);
-        }
-    }
-    m_stream.m_pSocket->Close();
-    return GC_ERR_SUCCESS;
+    return code;
 }
 
 int HALGvsp::GetNextPacket(char* packet, int size, int& length, unsigned long timeout)
@@ -386,42 +345,7 @@ int HALGvsp::SetDriverType(DriverType type)
 
 int HALGvsp::ConfigureExtendedId(IHALGev* hal, void* device, bool legacyRequested, bool& extended)
 {
-    if (hal == nullptr) {
-        return StoreName(GC_ERR_INVALID_HANDLE);
-    }
-    struct Kept
-    {
-        std::uint32_t& value;
-        unsigned address;
-        const char* text;
-    };
-    const Kept registers[] = {
-        {m_gevVersion,       sk_addrVersion,  "GenTL::HALGvsp::ConfigureExtendedId ReadReg m_gevVersion = {0}"},
-        {m_gvspCapabilities, sk_addrGvspCaps,
-         "GenTL::HALGvsp::ConfigureExtendedId ReadReg sk_addrGvspCaps = {0}"                                  },
-    };
-    for (const Kept& kept : registers) {
-        if (kept.value != 0) {
-            continue;
-        }
-        if (const int code = hal->ReadReg(device, kept.address, kept.value); code != GC_ERR_SUCCESS) {
-            LogError(kept.text, kept.address);
-            return AppendName(code);
-        }
-    }
-    const bool offersLegacyId = (m_gvspCapabilities & kGvspCapsLegacyId) != 0;
-    extended = m_gevVersion >> 16 >= 2 && !(legacyRequested && offersLegacyId);
-    if (!offersLegacyId) {
-        return GC_ERR_SUCCESS;
-    }
-    // The register is never written here: what the camera has in it decides.
-    unsigned configuration = 0;
-    if (const int code = hal->ReadReg(device, sk_addrGvspCofig, configuration); code != GC_ERR_SUCCESS) {
-        LogError("GenTL::HALGvsp::ConfigureExtendedId ReadReg sk_addrGvspCofig = {0}", sk_addrGvspCofig);
-        return AppendName(code);
-    }
-    extended = (configuration & kGvspConfigExtendedId) != 0;
-    return GC_ERR_SUCCESS;
+    return ReadExtendedId(hal, device, legacyRequested, m_gevVersion, m_gvspCapabilities, extended);
 }
 
 int HALGvsp::GetCameraPacketResendSupport(IHALGev* hal, void* device, bool& enable)
@@ -433,8 +357,8 @@ int HALGvsp::GetCameraPacketResendSupport(IHALGev* hal, void* device, bool& enab
     unsigned capabilities = 0;
     if (const int code = hal->ReadReg(device, sk_addrGvcpCaps, capabilities); code != GC_ERR_SUCCESS) {
         enable = false;
-        LogError("GenTL::HALGvsp::GetCameraPacketResendSupport ReadReg sk_addrGvcpCaps = {0}",
-                 sk_addrGvcpCaps);
+        LogRegister("GenTL::HALGvsp::GetCameraPacketResendSupport ReadReg sk_addrGvcpCaps = {0}",
+                    sk_addrGvcpCaps);
         return AppendName(code);
     }
     if ((capabilities & kGvcpCapsPacketResend) == 0) {
