@@ -27,7 +27,6 @@ namespace {
 using Lock = boost::lock_guard<boost::mutex>;
 
 constexpr unsigned long kGvcpRetries = 3;
-constexpr std::int64_t kNewestOnly = 2;  // the last of the handling modes
 
 }  // namespace
 
@@ -242,28 +241,8 @@ int DataStreamGev::GetParentDev(void** phDevice) const
 
 int DataStreamGev::GetInfo(int iInfoCmd, int* piType, void* pBuffer, std::size_t* piSize) const
 {
-    const auto answer = [&](auto value) { return m_info.SetInfo(value, piType, pBuffer, piSize); };
-    switch (iInfoCmd) {
-        case STREAM_INFO_BUFFER_HANDLING_MODE:
-            return answer(m_bufferHandlingMode.load());
-        case STREAM_INFO_MISSED_IMAGE_COUNT:
-            return answer(m_streamInfo.m_missedImageCount.load());
-        case STREAM_INFO_MISSED_PACKET_COUNT:
-            return answer(m_streamInfo.m_missedPacketCount.load());
-        case STREAM_INFO_TOTAL_MISSED_IMAGE_COUNT:
-            return answer(m_streamInfo.m_totalMissedImageCount.load());
-        case STREAM_INFO_TOTAL_INCOMPLETE_IMAGE_COUNT:
-            return answer(m_streamInfo.m_totalIncompleteImageCount.load());
-        case STREAM_INFO_PACKET_RESEND_ENABLE:
-            return answer(m_streamInfo.m_packetResendEnable.load());
-        case STREAM_INFO_AUTO_PACKET_SIZE_ENABLE:
-            return answer(m_streamInfo.m_autoPacketSize.load());
-        case STREAM_INFO_MAX_RESEND_REQUESTS:
-            return answer(m_streamInfo.m_maxResendRequests.load());
-        case STREAM_INFO_MULTICAST_ENABLE:
-            return answer(m_streamInfo.m_multicastEnable.load());
-        default:
-            break;
+    if (const std::optional<int> own = m_settings.GetInfo(iInfoCmd, piType, pBuffer, piSize); own) {
+        return *own;
     }
     const int code = CheckOpen();
     return code != GC_ERR_SUCCESS ? code : DataStream::GetInfo(iInfoCmd, piType, pBuffer, piSize);
@@ -271,36 +250,8 @@ int DataStreamGev::GetInfo(int iInfoCmd, int* piType, void* pBuffer, std::size_t
 
 int DataStreamGev::SetInfo(int iInfoCmd, int iType, const void* pBuffer, std::size_t iSize)
 {
-    const auto take = [&](auto& setting) {
-        typename std::decay_t<decltype(setting)>::value_type value{};
-        const int code = m_info.GetInfo(iType, pBuffer, iSize, value);
-        if (code == GC_ERR_SUCCESS) {
-            setting = value;
-        }
-        return code;
-    };
-    switch (iInfoCmd) {
-        case STREAM_INFO_BUFFER_HANDLING_MODE: {
-            std::int64_t mode = 0;
-            if (const int code = m_info.GetInfo(iType, pBuffer, iSize, mode); code != GC_ERR_SUCCESS) {
-                return code;
-            }
-            if (mode < 0 || mode > kNewestOnly) {
-                return StoreName(GC_ERR_INVALID_INDEX);
-            }
-            m_bufferHandlingMode = mode;
-            return GC_ERR_SUCCESS;
-        }
-        case STREAM_INFO_PACKET_RESEND_ENABLE:
-            return take(m_streamInfo.m_packetResendEnable);
-        case STREAM_INFO_AUTO_PACKET_SIZE_ENABLE:
-            return take(m_streamInfo.m_autoPacketSize);
-        case STREAM_INFO_MAX_RESEND_REQUESTS:
-            return take(m_streamInfo.m_maxResendRequests);
-        case STREAM_INFO_MULTICAST_ENABLE:
-            return take(m_streamInfo.m_multicastEnable);
-        default:
-            break;
+    if (const std::optional<int> own = m_settings.SetInfo(iInfoCmd, iType, pBuffer, iSize); own) {
+        return *own;
     }
     const int code = CheckOpen();
     return code != GC_ERR_SUCCESS ? code : DataStream::SetInfo(iInfoCmd, iType, pBuffer, iSize);

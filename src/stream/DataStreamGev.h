@@ -4,6 +4,7 @@
 #include "stream/BufferInHand.h"
 #include "stream/DataStream.h"
 #include "stream/StreamInfo.h"
+#include "stream/StreamSettings.h"
 
 #include <boost/thread/thread.hpp>
 
@@ -119,6 +120,7 @@ private:
     IHALGvsp* m_pHalGvsp = nullptr;  // owned; the state manager refers to the pointer
     boost::thread m_grabThread;
     StreamInfo m_streamInfo;
+    StreamSettings m_settings{m_streamInfo, m_bufferHandlingMode};
     std::atomic<bool> m_isOpen{false};
     std::list<GenTLHandle*> m_inFlightBuffers;  // images in collection, oldest first
     mutable boost::mutex m_inFlightMutex;       // guards m_inFlightBuffers

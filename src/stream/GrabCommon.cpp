@@ -138,7 +138,7 @@ GenTLHandle* PopNextBuffer(std::deque<GenTLHandle*>& input,
     return hBuffer;
 }
 
-void UpdateBufferInfoResend(StreamInfo& stream, Buffer& buffer)
+void UpdateImageInfo(const StreamInfo& stream, Buffer& buffer)
 {
     buffer.m_newData = true;
     buffer.m_imagePresent = false;
@@ -152,7 +152,12 @@ void UpdateBufferInfoResend(StreamInfo& stream, Buffer& buffer)
     if (!SwitchPayloadType(type, buffer) && (type & 0xF000) == 0x4000) {
         buffer.m_containsChunkData = true;
     }
+}
 
+void UpdateBufferInfoResend(StreamInfo& stream, Buffer& buffer)
+{
+    UpdateImageInfo(stream, buffer);
+    const std::uint64_t filled = buffer.m_sizeFilled;
     if (filled == buffer.m_dataSize) {
         buffer.m_isIncomplete = false;
     } else if (filled < buffer.m_dataSize) {

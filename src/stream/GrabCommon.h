@@ -34,6 +34,10 @@ GenTLHandle* PopNextBuffer(std::deque<GenTLHandle*>& input,
                            GenTLHandle* fallback,
                            bool& usedFallback);
 
+/// Writes what the consumer reads about an image of m_bytesReceived bytes, whatever the transport: size,
+/// lines and payload type. Needs the buffer's mutex held.
+void UpdateImageInfo(const StreamInfo& stream, Buffer& buffer);
+
 /// Writes what the consumer reads about a finished image, and counts it. Needs the buffer's mutex held.
 void UpdateBufferInfoResend(StreamInfo& stream, Buffer& buffer);
 
