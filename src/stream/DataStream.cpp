@@ -385,7 +385,8 @@ int DataStream::AllocAndAnnounceBuffer(std::size_t iSize, void* pPrivate, void**
     if (m_isGrabbing) {
         return Raise(GC_ERR_BUSY, "acquisition engine is already grabbing");
     }
-    auto memory = std::make_unique<char[]>(iSize);
+    const auto free = [this](char* pData) { FreeMemory(pData); };
+    std::unique_ptr<char, decltype(free)> memory(AllocateMemory(iSize), free);
     auto buffer = MakeBuffer(iSize, pPrivate, m_ioService);
     buffer->m_pData = memory.release();
     buffer->m_userAllocated = false;
@@ -460,7 +461,7 @@ int DataStream::RevokeBuffer(void* hBuffer, void** ppBuffer, void** ppPrivate)
             return AppendName(removed);
         }
     } else {
-        delete[] static_cast<char*>(pBuffer->m_pData);
+        FreeMemory(static_cast<char*>(pBuffer->m_pData));
     }
     if (wantsMemory) {
         *ppBuffer = pBuffer->m_pData;
@@ -800,6 +801,16 @@ void DataStream::OnRevoke(GenTLHandle*, Buffer&) {}
 bool DataStream::IsBeingFilled(GenTLHandle*) const
 {
     return false;
+}
+
+char* DataStream::AllocateMemory(std::size_t size) const
+{
+    return new char[size]();
+}
+
+void DataStream::FreeMemory(char* pData) const
+{
+    delete[] pData;
 }
 
 bool DataStream::IsAnnounced(GenTLHandle* hBuffer) const

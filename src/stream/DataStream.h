@@ -108,6 +108,10 @@ protected:
     virtual bool IsBeingFilled(GenTLHandle* hBuffer) const;
     /// A buffer is revoked: the last moment at which it and its memory are there. Called with its mutex held.
     virtual void OnRevoke(GenTLHandle* hBuffer, Buffer& buffer);
+    /// The memory of AllocAndAnnounceBuffer, zeroed: at least size bytes, which a transport may have stand
+    /// inside a larger block. Throws std::bad_alloc.
+    virtual char* AllocateMemory(std::size_t size) const;
+    virtual void FreeMemory(char* pData) const;
     bool IsAnnounced(GenTLHandle* hBuffer) const;
 
     void* m_hDevice;
