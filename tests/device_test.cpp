@@ -663,21 +663,25 @@ TEST_F(DeviceTest, StreamsGoByTheirNumber)
     EXPECT_EQ(1u, size);
     EXPECT_EQ(0, m_device->GetDataStreamID(0, nullptr, &size));
     EXPECT_EQ(2u, size);
-    EXPECT_EQ(0, m_device->GetDataStreamID(0, id, &size));
-    EXPECT_STREQ("0", id);
-    EXPECT_EQ(GC_ERR_INVALID_INDEX, m_device->GetDataStreamID(1, id, &size));
+    for (const unsigned index : {0u, 1u}) {
+        EXPECT_EQ(0, m_device->GetDataStreamID(index, id, &size));
+        EXPECT_EQ(std::to_string(index), id);
+    }
+    EXPECT_EQ(GC_ERR_INVALID_INDEX, m_device->GetDataStreamID(2, id, &size));
 
     void* hStream = nullptr;
-    for (const char* wrong : {"", "x0", "-0", " 0", "+0", "1", "4294967296", "99999999999999999999"}) {
+    for (const char* wrong : {"", "x0", "-0", " 0", "+0", "2", "4294967296", "99999999999999999999"}) {
         EXPECT_EQ(GC_ERR_INVALID_ID, m_device->OpenDataStream(wrong, &hStream)) << wrong;
         EXPECT_THAT(NewestError(), EndsWith(std::string(": ") + wrong + " is not a valid ID"));
     }
     EXPECT_EQ(nullptr, hStream);
-    ASSERT_EQ(0, m_device->OpenDataStream("0x", &hStream));
-    void* hDevice = nullptr;
-    EXPECT_EQ(0, dynamic_cast<IDataStream&>(*CastHandle(hStream)).GetParentDev(&hDevice));
-    EXPECT_EQ(&m_parent, hDevice);
-    EXPECT_EQ(GC_ERR_RESOURCE_IN_USE, m_device->OpenDataStream("0", &hStream));
+    for (const char* right : {"0x", "1x"}) {
+        ASSERT_EQ(0, m_device->OpenDataStream(right, &hStream));
+        void* hDevice = nullptr;
+        EXPECT_EQ(0, dynamic_cast<IDataStream&>(*CastHandle(hStream)).GetParentDev(&hDevice));
+        EXPECT_EQ(&m_parent, hDevice);
+        EXPECT_EQ(GC_ERR_RESOURCE_IN_USE, m_device->OpenDataStream(right, &hStream));
+    }
 }
 
 TEST_F(DeviceTest, NullArgumentsAreRefused)

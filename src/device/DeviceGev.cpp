@@ -11,6 +11,7 @@
 #include "log/localization.h"
 #include "modules/FileUtility.h"
 #include "stream/DataStreamGev.h"
+#include "stream/DataStreamGevTCP.h"
 #include "xml/LocalXml.h"
 
 #include <dlfcn.h>
@@ -41,6 +42,7 @@ constexpr unsigned int kConfigPendingAckEnable = 0x00000002;
 
 constexpr unsigned int kDefaultPendingTimeoutMs = 200;
 constexpr int kEndianessMechanism = 1001;  // custom DEVICE_INFO command
+constexpr unsigned int kTransports = 2;    // a stream each: UDP, TCP
 
 bool TakesControl(int iOpenFlags)
 {
@@ -257,7 +259,10 @@ int DeviceGev::InitializeStreams(void* hOwn, int iOpenFlags)
 {
     int code = GC_ERR_SUCCESS;
     try {
-        code = AddStream(hOwn, 0, iOpenFlags);
+        m_streams.reserve(kTransports);
+        for (unsigned int index = 0; index < kTransports && code == GC_ERR_SUCCESS; ++index) {
+            code = AddStream(hOwn, index, iOpenFlags);
+        }
     } catch (const std::exception& e) {
         code = LogException("DeviceGev::Open exception caught while initializing streams = {0}", e,
                             GC_ERR_ERROR);
@@ -273,7 +278,11 @@ int DeviceGev::AddStream(void* hOwn, unsigned int index, int iOpenFlags)
 {
     std::unique_ptr<IDataStream> stream;
     try {
-        stream = std::make_unique<DataStreamGev>(m_pHal, m_hDevice, hOwn, index, iOpenFlags);
+        if (index == 0) {
+            stream = std::make_unique<DataStreamGev>(m_pHal, m_hDevice, hOwn, index, iOpenFlags);
+        } else {
+            stream = std::make_unique<DataStreamGevTCP>(m_pHal, m_hDevice, hOwn, index, iOpenFlags);
+        }
     } catch (const std::exception& e) {
         return LogException("DeviceGev::Open exception creating stream = {0}", e, GC_ERR_OUT_OF_MEMORY);
     }
