@@ -61,9 +61,13 @@ constexpr HintRow kHints[] = {
      "interface's subnet, and let the firewall pass UDP port 3956."},
     {"IFOpenDevice", GenTL::GC_ERR_INVALID_ID,
      "The camera is gone from the interface. See `gentl list`."},
+    {"DSStartAcquisition", GenTL::GC_ERR_IO,
+     "Over TCP (--stream 1) the camera has to accept a connection on port 58243. Few cameras do."},
     {"DSStartAcquisition", 0,
      "Often the camera's packets don't fit the network path: try --packet-size 1500 (or set the interface's "
      "MTU to 9000 for large packets), and let the firewall pass UDP datagrams from the camera."},
+    {"DSAllocAndAnnounceBuffer", GenTL::GC_ERR_INVALID_ADDRESS,
+     "The camera has none of the registers that streaming over TCP (--stream 1) needs."},
     {"DSAllocAndAnnounceBuffer", 0,
      "Fewer (--buffers) or smaller buffers may help."},
     {"GCReadPort", GenTL::GC_ERR_INVALID_ADDRESS,

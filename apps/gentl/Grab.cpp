@@ -122,11 +122,16 @@ void WriteImage(const GrabOptions& options, const Image& image, std::uint64_t nu
     }
 }
 
-Failure NoImage(const Camera& camera, std::uint64_t milliseconds)
+Failure NoImage(const Camera& camera, const GrabOptions& options)
 {
-    const std::string what = "no image came for " + std::to_string(milliseconds) + " ms";
+    const std::string what = "no image came for " + std::to_string(options.imageMilliseconds) + " ms";
     if (!camera.IsConnected()) {
         return Failure(what + " and the camera doesn't answer any more", "Check its power and cable.");
+    }
+    if (options.stream != 0) {
+        return Failure(what,
+                       "Perhaps the camera waits for a trigger, or it has closed the connection. For slow "
+                       "cameras there is --timeout.");
     }
     return Failure(
         what,
@@ -198,7 +203,7 @@ public:
                 Take(hBuffer, now);
             } else if (m_options.imageMilliseconds != 0 &&
                        now - lastSign >= std::chrono::milliseconds(m_options.imageMilliseconds)) {
-                throw NoImage(m_camera, m_options.imageMilliseconds);
+                throw NoImage(m_camera, m_options);
             }
             bar.Show(m_statistics.Images(), Remark());
         }
@@ -249,7 +254,11 @@ public:
         if (Starved() != 0) {
             Note("images came when no buffer was free: more --buffers or a faster disk would help");
         }
-        if (m_areTooLarge) {
+        if (m_options.stream != 0) {
+            if (m_statistics.Incomplete() != 0) {
+                Note("images weren't of the size and geometry that the camera told before the start");
+            }
+        } else if (m_areTooLarge) {
             Note("images were larger than their buffers: see --payload-size");
         } else if (m_statistics.Incomplete() != 0 || m_statistics.Lost() > Starved()) {
             Note(std::string("packets were lost on the way: ") +
@@ -339,7 +348,7 @@ int Grab(const Producer& producer, const GrabOptions& options)
     Camera camera(producer, info);
     AcquisitionControl control(camera, options);
     control.Prepare();
-    Stream stream(producer, camera.Device());
+    Stream stream(producer, camera.Device(), options.stream);
     PrepareBuffers(stream, control, options);
     std::optional<ResendReport> resends;
     if (options.resend) {

@@ -11,9 +11,10 @@ namespace Tool {
 
 struct GrabOptions
 {
-    std::string camera;       ///< see ChooseCamera
-    std::uint64_t count = 1;  ///< images; 0: until interrupted
-    std::string folder;       ///< for the images; empty: they are only counted
+    std::string camera;        ///< see ChooseCamera
+    std::uint32_t stream = 0;  ///< index of the camera's stream
+    std::uint64_t count = 1;   ///< images; 0: until interrupted
+    std::string folder;        ///< for the images; empty: they are only counted
     bool isRaw = false;
     std::vector<RegisterWrite> startRegisters;  ///< written in order instead of AcquisitionStart
     std::vector<RegisterWrite> stopRegisters;

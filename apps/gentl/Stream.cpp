@@ -12,17 +12,18 @@
 namespace Tool {
 namespace {
 
-Handle OpenStream(const Producer& producer, GenTL::DEV_HANDLE hDevice)
+Handle OpenStream(const Producer& producer, GenTL::DEV_HANDLE hDevice, std::uint32_t index)
 {
     std::uint32_t count = 0;
     producer.Check(producer->DevGetNumDataStreams(hDevice, &count), "DevGetNumDataStreams",
                    "count the camera's streams");
-    if (count == 0) {
-        throw Failure("the camera has no image stream");
+    if (index >= count) {
+        throw Failure(count == 0 ? "the camera has no image stream"
+                                 : "the camera has no stream " + std::to_string(index));
     }
     const std::string id = producer.Id(
         "DevGetDataStreamID", "ask for the stream's ID",
-        [&](char* text, auto* size) { return producer->DevGetDataStreamID(hDevice, 0, text, size); });
+        [&](char* text, auto* size) { return producer->DevGetDataStreamID(hDevice, index, text, size); });
     GenTL::DS_HANDLE hStream = nullptr;
     producer.Check(producer->DevOpenDataStream(hDevice, id.c_str(), &hStream), "DevOpenDataStream",
                    "open the camera's stream " + id);
@@ -31,8 +32,8 @@ Handle OpenStream(const Producer& producer, GenTL::DEV_HANDLE hDevice)
 
 }  // namespace
 
-Stream::Stream(const Producer& producer, GenTL::DEV_HANDLE hDevice)
-    : m_producer(producer), m_hStream(OpenStream(producer, hDevice))
+Stream::Stream(const Producer& producer, GenTL::DEV_HANDLE hDevice, std::uint32_t index)
+    : m_producer(producer), m_hStream(OpenStream(producer, hDevice, index)), m_isTcp(index != 0)
 {
     m_producer.Check(m_producer->GCRegisterEvent(m_hStream.get(), GenTL::EVENT_NEW_BUFFER, &m_hEvent),
                      "GCRegisterEvent", "register for new images");
@@ -86,10 +87,10 @@ void Stream::EnableResend()
 
 void Stream::Start()
 {
+    m_isRunning = true;  // a stream whose start failed may have to be stopped, too
     m_producer.Check(
         m_producer->DSStartAcquisition(m_hStream.get(), GenTL::ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE),
         "DSStartAcquisition", "start the stream");
-    m_isRunning = true;
 }
 
 void Stream::Stop()
@@ -136,8 +137,9 @@ Image Stream::Look(GenTL::BUFFER_HANDLE hBuffer) const
     image.height = number(GenTL::BUFFER_INFO_HEIGHT);
     image.linePadding = number(GenTL::BUFFER_INFO_XPADDING);
     image.pixelFormat = number(GenTL::BUFFER_INFO_PIXELFORMAT);
-    image.id = number(GenTL::BUFFER_INFO_FRAMEID);
     image.isIncomplete = number(GenTL::BUFFER_INFO_IS_INCOMPLETE) != 0;
+    // Over TCP the head of an incomplete image may be anything, as the stream may be out of step.
+    image.id = m_isTcp && image.isIncomplete ? 0 : number(GenTL::BUFFER_INFO_FRAMEID);
     image.isTooLarge = number(GenTL::BUFFER_INFO_DATA_LARGER_THAN_BUFFER) != 0;
     return image;
 }

@@ -16,8 +16,8 @@ namespace Tool {
 class Stream
 {
 public:
-    /// Opens the camera's first stream. Throws Failure, as all operations do.
-    Stream(const Producer& producer, GenTL::DEV_HANDLE hDevice);
+    /// Opens one of the camera's streams. Throws Failure, as all operations do.
+    Stream(const Producer& producer, GenTL::DEV_HANDLE hDevice, std::uint32_t index);
     ~Stream();
     Stream(const Stream&) = delete;
     Stream& operator=(const Stream&) = delete;
@@ -53,6 +53,7 @@ private:
 
     const Producer& m_producer;
     Handle m_hStream;
+    bool m_isTcp;
     GenTL::EVENT_HANDLE m_hEvent = nullptr;
     std::vector<GenTL::BUFFER_HANDLE> m_buffers;
     bool m_isRunning = false;

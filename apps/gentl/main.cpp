@@ -54,6 +54,8 @@ void AddGrab(CLI::App& command, CommandLine& line)
     Tool::GrabOptions& grab = line.grab;
     command.add_option("-c,--camera", grab.camera,
                        "Serial number, user name, IP, MAC or model; needed if there are several");
+    command.add_option("--stream", grab.stream, "Stream to receive by: 0 over UDP, 1 over TCP")
+        ->capture_default_str();
     command.add_option("-n,--count", grab.count, "Images to receive; 0: until Ctrl-C")->capture_default_str();
     command.add_option("-o,--output", grab.folder, "Write the images to this folder, as PNG")
         ->type_name("DIR");
