@@ -5,6 +5,7 @@
 #include "sim/Network.h"
 #include "sim/Registers.h"
 #include "sim/Tally.h"
+#include "sim/TcpSender.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -82,6 +83,7 @@ struct Camera::Impl
         : config(given),
           registers(config),
           sender(config, registers, tally, cable),
+          tcp(config, registers, sender, tally, cable),
           server(config, registers, sender, tally, cable),
           listener(tally)
     {
@@ -117,6 +119,7 @@ struct Camera::Impl
             default:
                 sender.UpdateChannel();
         }
+        tcp.UpdateChannel();
     }
 
     /// Whoever gave up control, or lost it, receives nothing any more.
@@ -151,6 +154,10 @@ struct Camera::Impl
         registers.Set(Bootstrap::kStreamSourcePort, LocalPort(sockets.stream));
         listener.Start(sockets.stream);
         sender.Start(std::move(sockets.stream));
+        tcp.Start([this](std::uint16_t port) {
+            const std::lock_guard<std::mutex> lock(mutex);
+            return pNetwork->Listen(port);
+        });
         server.Start(std::move(sockets.control), std::move(sockets.broadcast),
                      [this](std::uint32_t address, std::uint32_t mask) { return Move(address, mask); });
     }
@@ -158,6 +165,7 @@ struct Camera::Impl
     void Stop()
     {
         server.Stop();
+        tcp.Stop();
         sender.Stop();
         listener.Stop();
     }
@@ -187,6 +195,7 @@ struct Camera::Impl
     Cable cable;
     mutable Registers registers;
     GvspSender sender;
+    TcpSender tcp;
     GvcpServer server;
     FirewallListener listener;
     mutable std::mutex mutex;  ///< guards the address in pNetwork
@@ -237,7 +246,8 @@ bool Camera::IsControlled() const
 }
 bool Camera::IsStreaming() const
 {
-    return m_pImpl->sender.IsStreaming();
+    const bool isAcquiring = m_pImpl->registers.Get(Feature::kAcquisitionStatus) != 0;
+    return m_pImpl->sender.IsStreaming() || (m_pImpl->tcp.IsOpen() && isAcquiring);
 }
 std::string Camera::Address() const
 {
@@ -265,6 +275,10 @@ void Camera::SetStreamFaults(const StreamFaults& faults)
 {
     m_pImpl->sender.SetFaults(faults);
 }
+void Camera::SetTcpFaults(const TcpFaults& faults)
+{
+    m_pImpl->tcp.SetFaults(faults);
+}
 void Camera::AddControlFault(const ControlFault& fault)
 {
     m_pImpl->server.Faults().Add(fault);
@@ -279,6 +293,7 @@ void Camera::ClearFaults()
 {
     m_pImpl->server.Faults().Clear();
     m_pImpl->sender.SetFaults({});
+    m_pImpl->tcp.SetFaults({});
 }
 
 void Camera::GoSilent(bool silent)
@@ -292,6 +307,7 @@ void Camera::SilentFor(std::uint32_t ms)
 void Camera::Trigger(std::uint32_t images)
 {
     m_pImpl->sender.Trigger(images);
+    m_pImpl->tcp.UpdateChannel();
 }
 void Camera::SendStreamDatagram(const void* pData, std::size_t size)
 {

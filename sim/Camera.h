@@ -2,6 +2,7 @@
 
 #include "sim/FaultPlan.h"
 #include "sim/Picture.h"
+#include "sim/TcpFaults.h"
 
 #include <cstdint>
 #include <memory>
@@ -124,9 +125,10 @@ struct Counters
     std::uint64_t resendUnavailable = 0;  ///< packets asked for that are gone
     std::uint64_t firewallDatagrams = 0;  ///< datagrams at the stream's source port
     std::uint64_t testPackets = 0;
-    std::uint64_t blocks = 0;       ///< blocks sent to their end
+    std::uint64_t connections = 0;  ///< hosts that connected for a stream over TCP
+    std::uint64_t blocks = 0;       ///< blocks and frames sent to their end
     std::uint64_t packets = 0;      ///< stream datagrams given to the kernel, resends included
-    std::uint64_t bytes = 0;        ///< GVSP bytes of these
+    std::uint64_t bytes = 0;        ///< GVSP bytes of these, and those of frames
     std::uint64_t sendErrors = 0;   ///< stream datagrams that the kernel refused
     std::uint64_t packetsLost = 0;  ///< by the plan; likewise below
     std::uint64_t packetsDuplicated = 0;
@@ -149,8 +151,9 @@ struct ResendRequest
 
 /// A GigE Vision camera made of software, on real UDP sockets.
 ///
-/// Owns: its registers, its sockets and two threads, one for GVCP and one for GVSP, from Start to Stop.
-/// Threads: any thread may call any operation, but Start and Stop must not run beside each other.
+/// Owns: its registers, its sockets and four threads, for GVCP, GVSP, the stream over TCP and the datagrams
+/// of firewalls, from Start to Stop. Threads: any thread may call any operation, but Start and Stop must not
+/// run beside each other.
 class Camera
 {
 public:
@@ -186,6 +189,7 @@ public:
     std::shared_ptr<const Picture> CurrentPicture() const;
 
     void SetStreamFaults(const StreamFaults& faults);
+    void SetTcpFaults(const TcpFaults& faults);
     void AddControlFault(const ControlFault& fault);
     void SetControlLossRate(double rate, std::uint64_t seed = 1);
     void ClearFaults();
@@ -233,6 +237,12 @@ inline constexpr std::uint32_t kSensorWidth = 0x0002004C;
 inline constexpr std::uint32_t kSensorHeight = 0x00020050;
 inline constexpr std::uint32_t kResendRequestCount = 0x00020054;  ///< PACKETRESEND_CMDs that were heard
 inline constexpr std::uint32_t kResentPacketCount = 0x00020058;   ///< packets sent again
+// The geometry again, where hosts of the stream over TCP read it.
+inline constexpr std::uint32_t kTcpWidth = 0x10400000;
+inline constexpr std::uint32_t kTcpHeight = 0x10400014;
+inline constexpr std::uint32_t kTcpOffsetX = 0x10400028;
+inline constexpr std::uint32_t kTcpOffsetY = 0x1040003C;
+inline constexpr std::uint32_t kTcpPixelFormat = 0x10400060;
 }  // namespace Feature
 
 }  // namespace sim

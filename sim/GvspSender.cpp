@@ -27,18 +27,6 @@ constexpr std::uint8_t kLeader = 1;
 constexpr std::uint8_t kTrailer = 2;
 constexpr std::uint8_t kPayload = 3;
 
-std::uint16_t PayloadType(ChunkMode mode)
-{
-    switch (mode) {
-        case ChunkMode::ImageAndChunks:
-            return 0x4001;
-        case ChunkMode::ChunkData:
-            return 4;
-        default:
-            return 1;
-    }
-}
-
 /// The shift register sequence that fills a test packet.
 void FillTestData(std::uint8_t* pTo, std::size_t size)
 {
@@ -107,7 +95,8 @@ void GvspSender::UpdateChannel()
 {
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        const bool isOpen = (m_registers.Get(Bootstrap::kStreamPort) & 0xFFFFu) != 0;
+        const std::uint32_t port = m_registers.Get(Bootstrap::kStreamPort) & 0xFFFFu;
+        const bool isOpen = port != 0 && port != Bootstrap::kTcpPort;
         if (isOpen != m_isOpen) {
             m_isOpen = isOpen;
             ++m_opening;
@@ -167,6 +156,21 @@ void GvspSender::StopAcquisition()
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_isAcquiring = false;
     m_registers.Set(Feature::kAcquisitionStatus, 0);
+}
+
+bool GvspSender::TakeImage()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const bool isTriggered = m_registers.Get(Feature::kTriggerMode) == 0 || m_triggers > 0;
+    if (!m_isAcquiring || m_imagesLeft == 0 || !isTriggered) {
+        return false;
+    }
+    m_triggers -= m_triggers > 0 ? 1 : 0;
+    if (--m_imagesLeft == 0) {
+        m_isAcquiring = false;
+        m_registers.Set(Feature::kAcquisitionStatus, 0);
+    }
+    return true;
 }
 
 void GvspSender::Trigger(std::uint32_t images)

@@ -45,6 +45,8 @@ public:
     void FireTestPacket();
     void StartAcquisition();
     void StopAcquisition();
+    /// For the channel over TCP: takes the next image of the acquisition, false while none may go.
+    bool TakeImage();
     void Trigger(std::uint32_t images);
     void Resend(const ResendRequest& request);
     void SetFaults(const StreamFaults& faults);

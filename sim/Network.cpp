@@ -157,6 +157,21 @@ Network::Sockets Network::Open() const
     return sockets;
 }
 
+Descriptor Network::Listen(std::uint16_t port) const
+{
+    Descriptor made;
+    RunInNamespace(m_netns, [&] {
+        made.Reset(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+        SetOption(made, SOL_SOCKET, SO_REUSEADDR, 1);
+        const sockaddr_in place = MakeAddress(m_address, port);
+        if (bind(made.Get(), reinterpret_cast<const sockaddr*>(&place), sizeof place) != 0 ||
+            listen(made.Get(), 1) != 0) {
+            made.Reset();
+        }
+    });
+    return made;
+}
+
 bool Network::ChangeAddress(std::uint32_t address, std::uint32_t mask)
 {
     bool done = false;

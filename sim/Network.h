@@ -29,6 +29,8 @@ public:
 
     /// Throws std::system_error.
     Sockets Open() const;
+    /// A TCP socket that listens at the address; none when the port is taken.
+    Descriptor Listen(std::uint16_t port) const;
     /// Gives the interface another address. \return false when that is refused
     bool ChangeAddress(std::uint32_t address, std::uint32_t mask);
 

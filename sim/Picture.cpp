@@ -138,4 +138,16 @@ std::size_t Picture::FindMismatch(std::uint64_t blockId, const void* pData, std:
     return size > known ? known : kNoMismatch;
 }
 
+std::uint16_t PayloadType(ChunkMode mode)
+{
+    switch (mode) {
+        case ChunkMode::ImageAndChunks:
+            return 0x4001;
+        case ChunkMode::ChunkData:
+            return 4;
+        default:
+            return 1;
+    }
+}
+
 }  // namespace sim

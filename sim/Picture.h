@@ -90,4 +90,7 @@ private:
     std::vector<std::uint8_t> m_bytes;
 };
 
+/// The payload type of blocks and frames.
+std::uint16_t PayloadType(ChunkMode mode);
+
 }  // namespace sim

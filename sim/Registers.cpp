@@ -115,6 +115,11 @@ Registers::Registers(const Config& config)
         Area{Feature::kWidthMax,      8,                  kRead                                  }, // with height
         Area{Feature::kOffsetX,             8,                    kReadWrite                           }, // and y
         Area{Feature::kAcquisitionStatus,              20,              kRead              }, // with sensor size, resend counts
+        Area{Feature::kTcpWidth,    4,  kRead             },
+        Area{Feature::kTcpHeight,             4,                      kRead                                             },
+        Area{Feature::kTcpOffsetX,            4,            kRead               },
+        Area{Feature::kTcpOffsetY,           4,            kRead                         },
+        Area{Feature::kTcpPixelFormat,           4,             kRead                          },
     };
     for (const Area& area : kAreas) {
         m_regions[area.address] = {area.access, area.isText, std::vector<std::uint8_t>(area.size)};
@@ -212,6 +217,11 @@ void Registers::UpdatePayloadSize()
     SetValue(Feature::kPayloadSize, static_cast<std::uint32_t>(geometry.ImageBytes() + chunks));
     SetValue(Feature::kWidthMax, m_maxWidth - Value(Feature::kOffsetX));
     SetValue(Feature::kHeightMax, m_maxHeight - Value(Feature::kOffsetY));
+    SetValue(Feature::kTcpWidth, geometry.width);
+    SetValue(Feature::kTcpHeight, geometry.height);
+    SetValue(Feature::kTcpOffsetX, Value(Feature::kOffsetX));
+    SetValue(Feature::kTcpOffsetY, Value(Feature::kOffsetY));
+    SetValue(Feature::kTcpPixelFormat, Value(Feature::kPixelFormat));
 }
 
 Registers::Place Registers::Find(std::uint32_t address) const

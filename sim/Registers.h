@@ -87,6 +87,7 @@ inline constexpr std::uint32_t kDoNotFragment = 0x40000000;
 inline constexpr std::uint32_t kExtendedId = 0x40000000;    ///< in kGvspConfiguration
 inline constexpr std::uint32_t kHeartbeatOff = 0x00000001;  ///< in kGvcpConfiguration
 inline constexpr std::uint32_t kUnconditionalAction = 0x00000008;
+inline constexpr std::uint16_t kTcpPort = 58243;  ///< in kStreamPort: to listen there instead of sending GVSP
 }  // namespace Bootstrap
 
 /// Where the description lies.

@@ -15,6 +15,7 @@ struct Options
 {
     sim::Config config;
     sim::StreamFaults faults;
+    sim::TcpFaults tcpFaults;
     std::string interface;
     std::string macAddress;
     double answerLoss = 0;
@@ -115,6 +116,23 @@ void AddFaults(CLI::App& app, Options& options)
     app.add_option("--seed", faults.seed, "seed of the faults")->capture_default_str();
 }
 
+void AddTcpFaults(CLI::App& app, Options& options)
+{
+    sim::TcpFaults& faults = options.tcpFaults;
+    constexpr const char* kGroup = "Faults of the stream over TCP";
+    const auto number = [&app](const char* name, auto& value, const char* what) {
+        app.add_option(name, value, what)->group(kGroup);
+    };
+    app.add_flag("--tcp-refuse", faults.refuse, "nobody listens")->group(kGroup);
+    number("--tcp-stall", faults.stallFrame, "stand still in the middle of the n-th frame of a connection");
+    number("--tcp-stall-time", faults.stallMs, "for so many ms");
+    number("--tcp-close", faults.closeFrame, "close the connection in the middle of its n-th frame");
+    number("--tcp-width", faults.width, "columns that headers tell instead of the image's");
+    number("--tcp-height", faults.height, "lines that headers tell instead of the image's");
+    number("--tcp-piece", faults.pieceBytes, "send pieces of so many bytes");
+    number("--tcp-piece-gap", faults.pieceGapUs, "with so many microseconds in between");
+}
+
 int Run(const Options& options)
 {
     // Blocked in all threads, so that only the wait below gets them.
@@ -126,6 +144,7 @@ int Run(const Options& options)
 
     sim::Camera camera(options.config);
     camera.SetStreamFaults(options.faults);
+    camera.SetTcpFaults(options.tcpFaults);
     camera.SetControlLossRate(options.answerLoss, options.faults.seed);
     camera.Start();
     std::printf("%s %s, serial number %s, listens at %s port %u\n", options.config.vendor.c_str(),
@@ -156,6 +175,7 @@ int main(int argc, char** argv)
     AddPicture(app, options);
     AddStream(app, options);
     AddFaults(app, options);
+    AddTcpFaults(app, options);
     CLI11_PARSE(app, argc, argv);
     try {
         if (!options.macAddress.empty()) {
