@@ -61,11 +61,12 @@ private:
     std::unique_ptr<sim::Camera> m_camera;
 };
 
-inline void OpenUpToStream(Consumer& consumer, const Bench& bench, int buffers, std::size_t size)
+inline void OpenUpToStream(
+    Consumer& consumer, const Bench& bench, int buffers, std::size_t size, const char* stream = "0")
 {
     consumer.OpenInterface(bench.Net().HostAddress());
     consumer.OpenCamera(kSerial);
-    consumer.OpenStream();
+    consumer.OpenStream(stream);
     consumer.Announce(buffers, size);
     consumer.QueueAll();
 }

@@ -68,9 +68,9 @@ void Consumer::OpenCamera(const std::string& id, int flags)
     Check(DevGetPort(m_hDevice, &m_hPort), "DevGetPort");
 }
 
-void Consumer::OpenStream()
+void Consumer::OpenStream(const char* id)
 {
-    Check(DevOpenDataStream(m_hDevice, "0", &m_hStream), "DevOpenDataStream");
+    Check(DevOpenDataStream(m_hDevice, id, &m_hStream), "DevOpenDataStream");
     Check(GCRegisterEvent(m_hStream, EVENT_NEW_BUFFER, &m_hEvent), "GCRegisterEvent");
 }
 

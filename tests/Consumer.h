@@ -21,7 +21,8 @@ public:
     /// By the host's address on it; then finds the cameras behind it.
     void OpenInterface(const std::string& hostAddress, std::uint64_t discoveryMs = 300);
     void OpenCamera(const std::string& id, int flags = GenTL::DEVICE_ACCESS_CONTROL);
-    void OpenStream();
+    /// By its ID: "0" over UDP, "1" over TCP.
+    void OpenStream(const char* id = "0");
     /// Memory of the library's.
     void Announce(int count, std::size_t size);
     void QueueAll();
