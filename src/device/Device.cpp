@@ -1,5 +1,6 @@
 #include "device/Device.h"
 
+#include "channel/IMessageChannel.h"
 #include "frame/Error.h"
 #include "stream/IDataStream.h"
 

@@ -13,11 +13,12 @@
 namespace GenTL {
 
 class IDataStream;
+class IMessageChannel;
 
 /// Answers the general information and keeps the action command's fields; refuses what needs a real device.
 /// DeviceGev is the only working kind.
 ///
-/// Owns: the stream objects, the register map. Threads: the consumer's. Locks: none.
+/// Owns: the stream objects, the message channels, the register map. Threads: the consumer's. Locks: none.
 class Device : public ModuleOf<IDevice>
 {
 public:
@@ -65,6 +66,7 @@ public:
 
 protected:
     std::vector<std::unique_ptr<IDataStream>> m_streams;
+    std::vector<std::unique_ptr<IMessageChannel>> m_messageChannels;
     std::string m_displayName;
     int m_accessStatus = 0;  // a DEVICE_ACCESS_STATUS value
     std::string m_userDefinedName;

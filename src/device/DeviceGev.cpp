@@ -1,5 +1,6 @@
 #include "device/DeviceGev.h"
 
+#include "channel/MessageChannelGev.h"
 #include "device/DeviceRemoteGev.h"
 #include "device/Heartbeat.h"
 #include "device/ProtectedDeviceRegistry.h"
@@ -40,6 +41,7 @@ constexpr unsigned int kCcpControl = 0x00000002;
 constexpr unsigned int kCapabilityPendingAck = 0x00000020;
 constexpr unsigned int kConfigPendingAckEnable = 0x00000002;
 
+constexpr int kEventBuffers = 100;  // of a message channel
 constexpr unsigned int kDefaultPendingTimeoutMs = 200;
 constexpr int kEndianessMechanism = 1001;  // custom DEVICE_INFO command
 constexpr unsigned int kTransports = 2;    // a stream each: UDP, TCP
@@ -110,6 +112,81 @@ int LogException(const char* text, const std::exception& e, int code)
     return code;
 }
 
+/// Makes a module and adds it to the list. Logs which of the two failed.
+template <typename Module, typename Make>
+int AddModule(std::vector<std::unique_ptr<Module>>& list, Make make)
+{
+    std::unique_ptr<Module> module;
+    try {
+        module = make();
+    } catch (const std::exception& e) {
+        return LogException("DeviceGev::Open exception creating stream = {0}", e, GC_ERR_OUT_OF_MEMORY);
+    }
+    try {
+        list.push_back(std::move(module));
+    } catch (const std::exception& e) {
+        return LogException("DeviceGev::Open exception inserting stream = {0}", e, GC_ERR_INVALID_INDEX);
+    }
+    return GC_ERR_SUCCESS;
+}
+
+int BeginListening(IMessageChannel& channel, bool multicast, void** phEvent)
+{
+    if (const int code = channel.Open(nullptr, multicast); code != GC_ERR_SUCCESS) {
+        return code;
+    }
+    for (int i = 0; i < kEventBuffers; ++i) {
+        void* hBuffer = nullptr;
+        if (const int code = channel.AllocAndAnnounceBuffer(kEventSizeMax, nullptr, &hBuffer);
+            code != GC_ERR_SUCCESS) {
+            return code;
+        }
+        if (const int code = channel.QueueBuffer(hBuffer); code != GC_ERR_SUCCESS) {
+            return code;
+        }
+    }
+    const int code = channel.RegisterEvent(EVENT_REMOTE_DEVICE, phEvent);
+    return code == GC_ERR_SUCCESS ? channel.StartListening() : code;
+}
+
+/// Ends at the first buffer that can't be revoked: a consumer still in EventGetData may have queued it again.
+int RevokeBuffers(IMessageChannel& channel)
+{
+    for (;;) {
+        std::uint64_t announced = 0;
+        std::size_t size = sizeof announced;
+        int type = 0;
+        if (const int code = channel.GetInfo(MC_INFO_NUM_ANNOUNCED, &type, &announced, &size);
+            code != GC_ERR_SUCCESS) {
+            GLogger::Error("MessageChannel::GetInfo failed with error", code);
+            return code;
+        }
+        if (announced == 0) {
+            return GC_ERR_SUCCESS;
+        }
+        void* hBuffer = nullptr;
+        if (const int code = channel.GetBufferID(0, &hBuffer); code != GC_ERR_SUCCESS) {
+            return code;
+        }
+        if (const int code = channel.RevokeBuffer(hBuffer, nullptr); code != GC_ERR_SUCCESS) {
+            return code;
+        }
+    }
+}
+
+/// Undoes BeginListening as far as it came. All steps run; the first failure is the result.
+int EndListening(IMessageChannel& channel)
+{
+    int first = GC_ERR_SUCCESS;
+    const auto note = [&first](int code) { first = first == GC_ERR_SUCCESS ? code : first; };
+    note(channel.StopListening());
+    note(channel.Flush());
+    note(RevokeBuffers(channel));
+    note(channel.UnregisterEvent(EVENT_REMOTE_DEVICE));
+    note(channel.Close());
+    return first;
+}
+
 /// Keeps the library in memory for a thread of its own that is left behind.
 void PinLibrary()
 {
@@ -131,6 +208,7 @@ DeviceGev::DeviceGev(IHALGev* hal, const std::string& interfaceId, void* parent,
 DeviceGev::~DeviceGev()
 {
     DeleteStreams();
+    DeleteMessageChannels();
     if (m_heartbeatThread.joinable()) {
         m_heartbeatThread.detach();
         PinLibrary();
@@ -192,13 +270,48 @@ int DeviceGev::WritePortStacked(S_PORT_REGISTER_STACK_ENTRY*, unsigned long*)
     return StoreName(GC_ERR_NOT_IMPLEMENTED);
 }
 
-// There are no message channels yet, so there is nothing to unregister either.
-int DeviceGev::RegisterEvent(int iEventID, void**)
+int DeviceGev::RegisterEvent(int iEventID, void** phEvent)
 {
     if (iEventID != EVENT_REMOTE_DEVICE) {
         return Raise(GC_ERR_NOT_IMPLEMENTED, "only EVENT_REMOTE_DEVICE is implemented");
     }
-    return Raise(GC_ERR_NOT_IMPLEMENTED, "EVENT_REMOTE_DEVICE is not implemented");
+    if (m_messageChannels.empty()) {
+        return Raise(GC_ERR_NOT_AVAILABLE, "message channels size==0");
+    }
+    IMessageChannel& channel = *m_messageChannels.front();
+    if (channel.IsOpen()) {
+        return Raise(GC_ERR_RESOURCE_IN_USE, "message channel 0 is already open");
+    }
+    void* hEvent = nullptr;
+    int code = GC_ERR_ERROR;
+    try {
+        code = BeginListening(channel, IsMulticast(), phEvent != nullptr ? &hEvent : nullptr);
+    } catch (...) {
+        EndListening(channel);
+        throw;
+    }
+    if (code != GC_ERR_SUCCESS) {
+        // What the way back has to say is not what the consumer needs to know.
+        Error failure;
+        ErrorCache::GetErrorCache()->Peak(failure);
+        EndListening(channel);
+        ErrorCache::GetErrorCache()->OverwriteCachedErrorWith(failure);
+        return AppendName(code);
+    }
+    if (phEvent != nullptr) {  // or the channel would have failed
+        *phEvent = hEvent;
+    }
+    return GC_ERR_SUCCESS;
+}
+
+/// A stream that can't tell isn't set to multicast.
+bool DeviceGev::IsMulticast() const
+{
+    bool multicast = false;
+    std::size_t size = sizeof multicast;
+    int type = 0;
+    const int code = m_streams.front()->GetInfo(STREAM_INFO_MULTICAST_ENABLE, &type, &multicast, &size);
+    return code == GC_ERR_SUCCESS && multicast;
 }
 
 int DeviceGev::UnregisterEvent(int iEventID)
@@ -206,7 +319,15 @@ int DeviceGev::UnregisterEvent(int iEventID)
     if (iEventID != EVENT_REMOTE_DEVICE) {
         return Raise(GC_ERR_NOT_IMPLEMENTED, "only GenTL::EVENT_REMOTE_DEVICE is implemented");
     }
-    return Raise(GC_ERR_NOT_AVAILABLE, "no message channels were found");
+    if (m_messageChannels.empty()) {
+        return Raise(GC_ERR_NOT_AVAILABLE, "no message channels were found");
+    }
+    IMessageChannel& channel = *m_messageChannels.front();
+    if (!channel.IsOpen()) {
+        return Raise(GC_ERR_NOT_INITIALIZED, "the message channel 0 is not open");
+    }
+    const int code = EndListening(channel);
+    return code == GC_ERR_SUCCESS ? code : AppendName(code);
 }
 
 int DeviceGev::Open(int iOpenFlags, void* hOwn)
@@ -221,6 +342,10 @@ int DeviceGev::Open(int iOpenFlags, void* hOwn)
     if (const int code = InitializeStreams(hOwn, iOpenFlags); code != GC_ERR_SUCCESS) {
         return FailOpen("DeviceGev::Open get multi-cast state failed with", code,
                         "failed to initialize streams");
+    }
+    if (const int code = InitializeMessageChannels(iOpenFlags); code != GC_ERR_SUCCESS) {
+        return FailOpen("DeviceGev::Open failed to initialize message channels", code,
+                        "failed to initialize message channels");
     }
     if (TakesControl(iOpenFlags)) {
         if (const int code = TakeControl(iOpenFlags); code != GC_ERR_SUCCESS) {
@@ -251,6 +376,7 @@ int DeviceGev::Open(int iOpenFlags, void* hOwn)
 int DeviceGev::FailOpen(const char* log, int code, const char* text, int line)
 {
     DeleteStreams();
+    DeleteMessageChannels();
     GLogger::Error(log, code);
     return Append(code, text, "Open", line);
 }
@@ -292,6 +418,24 @@ int DeviceGev::AddStream(void* hOwn, unsigned int index, int iOpenFlags)
         return LogException("DeviceGev::Open exception inserting stream = {0}", e, GC_ERR_INVALID_INDEX);
     }
     return GC_ERR_SUCCESS;
+}
+
+int DeviceGev::InitializeMessageChannels(int iOpenFlags)
+{
+    int code = GC_ERR_SUCCESS;
+    try {
+        code = AddModule(m_messageChannels, [&] {
+            return std::make_unique<MessageChannelGev>(m_pHal, m_hDevice, 0, iOpenFlags);
+        });
+    } catch (const std::exception& e) {
+        code = LogException("DeviceGev::Open exception caught while initializing message channels = {0}", e,
+                            GC_ERR_ERROR);
+    }
+    if (code != GC_ERR_SUCCESS) {
+        DeleteMessageChannels();
+        Append(code, "failed to create a MessageChannelGev instance");
+    }
+    return code;
 }
 
 int DeviceGev::TakeControl(int iOpenFlags)
@@ -374,6 +518,7 @@ int DeviceGev::ConfigureDeviceTimeout()
 int DeviceGev::Close()
 {
     DeleteStreams();
+    DeleteMessageChannels();
     StopHeartbeat();
     const int released = m_accessStatus == DEVICE_ACCESS_STATUS_READWRITE ? GiveUpControl() : GC_ERR_SUCCESS;
     if (m_pRemoteDevice != nullptr) {
@@ -396,6 +541,13 @@ void DeviceGev::DeleteStreams()
 {
     while (!m_streams.empty()) {
         m_streams.pop_back();
+    }
+}
+
+void DeviceGev::DeleteMessageChannels()
+{
+    while (!m_messageChannels.empty()) {
+        m_messageChannels.pop_back();
     }
 }
 

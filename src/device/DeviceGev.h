@@ -16,10 +16,11 @@ class RemoteDeviceGev;
 
 /// Takes control of the camera, keeps it by a heartbeat, and hands out its streams and its port.
 ///
-/// Owns: the streams, the remote device port, the heartbeat thread, and the device handle, which Close
-/// closes. Borrows: the control layer, which lives as long as a device handle is open. After a failed Open
-/// nobody calls Close: a heartbeat that runs by then goes on with the device handle, and the camera stays
-/// taken. Threads: the consumer's; the heartbeat thread shares only control layer and handle. Locks: none.
+/// Owns: the streams, the message channel, the remote device port, the heartbeat thread, and the device
+/// handle, which Close closes. Borrows: the control layer, which lives as long as a device handle is open.
+/// After a failed Open nobody calls Close: a heartbeat that runs by then goes on with the device handle, and
+/// the camera stays taken. Threads: the consumer's; the heartbeat thread shares only control layer and
+/// handle. Locks: none.
 class DeviceGev : public Device
 {
 public:
@@ -30,7 +31,11 @@ public:
     int ReadPort(unsigned long iAddress, void* pBuffer, unsigned long* piSize) override;
     int WritePort(unsigned long iAddress, const void* pBuffer, unsigned long* piSize) override;
     int GetPortURL(char* sURL, unsigned long* piSize) const override;
+    /// EVENT_REMOTE_DEVICE gives the camera's events; once at a time (GC_ERR_RESOURCE_IN_USE). They come by
+    /// multicast when stream 0 is set to it, else to whoever has control. A failure leaves nothing open.
     int RegisterEvent(int iEventID, void** phEvent) override;
+    /// No thread may be in EventGetData any more. Closes the camera's stream channel 0 as well. The event is
+    /// gone whatever fails; the result is the first failure's code.
     int UnregisterEvent(int iEventID) override;
     int GetNumPortURLs(unsigned int* piNumURLs) override;
     int GetPortURLInfo(
@@ -63,10 +68,13 @@ private:
     void ReadIdentity();
     int InitializeStreams(void* hOwn, int iOpenFlags);
     int AddStream(void* hOwn, unsigned int index, int iOpenFlags);
+    int InitializeMessageChannels(int iOpenFlags);
+    bool IsMulticast() const;
     int TakeControl(int iOpenFlags);
     int ReadTimestampTickFrequency();
     int ConfigureDeviceTimeout();
     void DeleteStreams();
+    void DeleteMessageChannels();
     int FailOpen(const char* log, int code, const char* text, int line = __builtin_LINE());
     void StartHeartbeat();
     void StopHeartbeat();
