@@ -1,5 +1,6 @@
 #include "sim/Camera.h"
 
+#include "sim/EventSender.h"
 #include "sim/GvcpServer.h"
 #include "sim/GvspSender.h"
 #include "sim/Network.h"
@@ -82,7 +83,8 @@ struct Camera::Impl
     explicit Impl(const Config& given)
         : config(given),
           registers(config),
-          sender(config, registers, tally, cable),
+          events(config, registers, tally, cable),
+          sender(config, registers, events, tally, cable),
           tcp(config, registers, sender, tally, cable),
           server(config, registers, sender, tally, cable),
           listener(tally)
@@ -112,6 +114,9 @@ struct Camera::Impl
                 if (value != 0) {
                     sender.StopAcquisition();
                 }
+                break;
+            case Feature::kTestEventGenerate:
+                events.Fire(Event::Test, 0, value);
                 break;
             case Feature::kTriggerSoftware:
                 sender.Trigger(value);
@@ -152,6 +157,8 @@ struct Camera::Impl
         ShowAddress();
         Network::Sockets sockets = pNetwork->Open();
         registers.Set(Bootstrap::kStreamSourcePort, LocalPort(sockets.stream));
+        registers.Set(Bootstrap::kMessageSourcePort, LocalPort(sockets.message));
+        events.Start(std::move(sockets.message));
         listener.Start(sockets.stream);
         sender.Start(std::move(sockets.stream));
         tcp.Start([this](std::uint16_t port) {
@@ -168,6 +175,7 @@ struct Camera::Impl
         tcp.Stop();
         sender.Stop();
         listener.Stop();
+        events.Stop();
     }
 
     Network::Sockets Move(std::uint32_t address, std::uint32_t mask)
@@ -179,6 +187,8 @@ struct Camera::Impl
         ShowAddress();
         Network::Sockets sockets = pNetwork->Open();
         registers.Set(Bootstrap::kStreamSourcePort, LocalPort(sockets.stream));
+        registers.Set(Bootstrap::kMessageSourcePort, LocalPort(sockets.message));
+        events.Start(std::move(sockets.message));
         listener.Start(sockets.stream);
         sender.SetSocket(std::move(sockets.stream));
         return sockets;
@@ -194,6 +204,7 @@ struct Camera::Impl
     Tally tally;
     Cable cable;
     mutable Registers registers;
+    EventSender events;
     GvspSender sender;
     TcpSender tcp;
     GvcpServer server;
@@ -312,6 +323,14 @@ void Camera::Trigger(std::uint32_t images)
 void Camera::SendStreamDatagram(const void* pData, std::size_t size)
 {
     m_pImpl->sender.SendRaw(pData, size);
+}
+void Camera::SendMessageDatagram(const void* pData, std::size_t size)
+{
+    m_pImpl->events.SendRaw(pData, size);
+}
+std::vector<std::vector<std::uint8_t>> Camera::Events() const
+{
+    return m_pImpl->events.Sent();
 }
 void Camera::SendControlDatagram(const void* pData, std::size_t size)
 {

@@ -43,6 +43,11 @@ inline constexpr std::uint32_t kBlockId16Bit =
     0x40000000;  ///< the header form can be chosen in register 0x0960
 }  // namespace GvspCap
 
+/// Message Channel Capability bits (register 0x0930).
+namespace GvmcCap {
+inline constexpr std::uint32_t kSourcePort = 0x80000000;  ///< MCSP can be read
+}  // namespace GvmcCap
+
 /// All that a camera is made from. Times in ms unless the name says otherwise.
 ///
 /// With the defaults an image is small and its packets are spread out so far that a receiver with a receive
@@ -76,9 +81,14 @@ struct Config
     std::uint32_t minHeartbeatTimeout = 500;  ///< lower register values are kept, but count as this
     std::uint32_t pendingTimeout = 200;
     std::uint64_t tickFrequency = 1000000000;
+    std::uint32_t gvmcCapabilities = GvmcCap::kSourcePort;
     std::uint32_t actionDeviceKey = 0;
     std::uint32_t actionGroupKey = 1;
     std::uint32_t actionGroupMask = 0xFFFFFFFF;
+
+    // Events.
+    bool eventNotifications = false;  ///< initial state of all
+    std::uint32_t eventDataSize = 0;  ///< bytes that come with an event; 0: none, in the form without data
 
     // Stream.
     Geometry geometry;
@@ -95,9 +105,9 @@ struct Config
     bool zeroTimestamp = false;          ///< leaders carry timestamp 0
     std::uint32_t storedBlocks = 8;      ///< blocks that a resend can still reach
 
-    /// Paces the stream by the receiver's queue, so that no datagram is lost but by the plan. Either the file
-    /// of the receiver's network namespace, or a directory with its `udp` and `snmp`, such as
-    /// "/proc/<tid>/net". Empty: the stream is paced by SCPD alone.
+    /// Paces stream and events by the receiver's queue, so that no datagram is lost but by the plan. Either
+    /// the file of the receiver's network namespace, or a directory with its `udp` and `snmp`, such as
+    /// "/proc/<tid>/net". Empty: the stream is paced by SCPD alone, events by nothing.
     std::string receiverNet;
 };
 
@@ -137,7 +147,11 @@ struct Counters
     std::uint64_t packetsTruncated = 0;
     std::uint64_t packetsBadStatus = 0;
     std::uint64_t watchTimeouts =
-        0;  ///< the receiver's queue stayed full for so long that the stream went on
+        0;                     ///< the receiver's queue stayed full for so long that the stream went on
+    std::uint64_t events = 0;  ///< sent, repetitions not counted
+    std::uint64_t eventsRepeated = 0;  ///< datagrams sent again for want of an acknowledge
+    std::uint64_t eventAcks = 0;
+    std::uint64_t messageFirewallDatagrams = 0;  ///< at the message channel's source port
 };
 
 /// One PACKETRESEND_CMD as it came.
@@ -203,6 +217,10 @@ public:
     void Trigger(std::uint32_t images = 1);
     /// Sends bytes as they are to the stream's destination, from the stream's source port.
     void SendStreamDatagram(const void* pData, std::size_t size);
+    /// Sends bytes as they are to the message channel's destination, from its source port.
+    void SendMessageDatagram(const void* pData, std::size_t size);
+    /// The datagrams of the events sent, in order and without repetitions, the last 16384 at most.
+    std::vector<std::vector<std::uint8_t>> Events() const;
     /// Sends bytes as they are from the GVCP port to whoever holds control.
     void SendControlDatagram(const void* pData, std::size_t size);
 
@@ -243,6 +261,10 @@ inline constexpr std::uint32_t kTcpHeight = 0x10400014;
 inline constexpr std::uint32_t kTcpOffsetX = 0x10400028;
 inline constexpr std::uint32_t kTcpOffsetY = 0x1040003C;
 inline constexpr std::uint32_t kTcpPixelFormat = 0x10400060;
+inline constexpr std::uint32_t kEventSelector = 0x00020080;  ///< see the enumeration Event
+inline constexpr std::uint32_t kEventDataSize = 0x00020084;
+inline constexpr std::uint32_t kTestEventGenerate = 0x00020088;  ///< sends as many test events in a row
+inline constexpr std::uint32_t kEventNotification = 0x000200A0;  ///< one word per event: 0 off, 1 on
 }  // namespace Feature
 
 }  // namespace sim

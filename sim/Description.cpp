@@ -90,15 +90,21 @@ public:
 
     void Enumeration(const char* name, std::uint32_t address, const std::vector<Entry>& entries, bool locked)
     {
-        Open("Enumeration", name);
-        Lock(locked);
-        for (const Entry& entry : entries) {
-            m_text += std::string("<EnumEntry Name=\"") + entry.name + "\">\n" +
-                      Element("Value", std::to_string(entry.value)) + "</EnumEntry>\n";
-        }
-        m_text += Element("pValue", Reg(name));
-        Close("Enumeration");
+        EnumerationNode(name, entries, locked);
         Register("IntReg", name, address, "RW", Element("Sign", "Unsigned") + Endianess());
+    }
+
+    /// One register per value of another enumeration.
+    void SelectedEnumeration(const char* name,
+                             const char* selector,
+                             std::uint32_t firstAddress,
+                             const std::vector<Entry>& entries)
+    {
+        EnumerationNode(name, entries, false);
+        m_text += "<IntReg Name=\"" + Reg(name) + "\" NameSpace=\"Custom\">\n" +
+                  Element("Address", Hex(firstAddress)) + "<pIndex Offset=\"4\">" + Reg(selector) +
+                  "</pIndex>\n" + Access(4, "RW") + Element("Sign", "Unsigned") + Endianess();
+        Close("IntReg");
     }
 
     void Boolean(const char* name, std::uint32_t address)
@@ -133,8 +139,24 @@ private:
 
     static std::string Location(std::uint32_t address, std::uint32_t size, const char* access)
     {
-        return Element("Address", Hex(address)) + Element("Length", std::to_string(size)) +
-               Element("AccessMode", access) + Element("pPort", "Device") + Element("Cachable", "NoCache");
+        return Element("Address", Hex(address)) + Access(size, access);
+    }
+    static std::string Access(std::uint32_t size, const char* access)
+    {
+        return Element("Length", std::to_string(size)) + Element("AccessMode", access) +
+               Element("pPort", "Device") + Element("Cachable", "NoCache");
+    }
+
+    void EnumerationNode(const char* name, const std::vector<Entry>& entries, bool locked)
+    {
+        Open("Enumeration", name);
+        Lock(locked);
+        for (const Entry& entry : entries) {
+            m_text += std::string("<EnumEntry Name=\"") + entry.name + "\">\n" +
+                      Element("Value", std::to_string(entry.value)) + "</EnumEntry>\n";
+        }
+        m_text += Element("pValue", Reg(name));
+        Close("Enumeration");
     }
 
     void Open(const char* kind, const std::string& name)
@@ -167,8 +189,8 @@ private:
 
 void WriteCategories(Writer& writer)
 {
-    writer.Category("Root",
-                    {"DeviceControl", "ImageFormatControl", "AcquisitionControl", "TransportLayerControl"});
+    writer.Category("Root", {"DeviceControl", "ImageFormatControl", "AcquisitionControl", "EventControl",
+                             "TransportLayerControl"});
     writer.Category("DeviceControl", {"DeviceVendorName", "DeviceModelName", "DeviceVersion",
                                       "DeviceSerialNumber", "DeviceUserID"});
     writer.Category("ImageFormatControl",
@@ -177,6 +199,8 @@ void WriteCategories(Writer& writer)
     writer.Category("AcquisitionControl",
                     {"AcquisitionMode", "AcquisitionStart", "AcquisitionStop", "AcquisitionFrameCount",
                      "AcquisitionFrameRate", "TriggerMode", "TriggerSoftware"});
+    writer.Category("EventControl",
+                    {"EventSelector", "EventNotification", "EventDataSize", "TestEventGenerate"});
     writer.Category("TransportLayerControl", {"PayloadSize", "GevHeartbeatTimeout", "GevSCPSPacketSize",
                                               "GevSCPD", "ResendRequestCount", "ResentPacketCount"});
 }
@@ -243,6 +267,26 @@ void WriteAcquisition(Writer& writer)
     writer.Command("TriggerSoftware", Feature::kTriggerSoftware);
 }
 
+void WriteEvents(Writer& writer)
+{
+    writer.Enumeration("EventSelector", Feature::kEventSelector,
+                       {
+                           {"AcquisitionStart", 0},
+                           {"AcquisitionEnd",   1},
+                           {"ExposureEnd",      2},
+                           {"Test",             3}
+    },
+                       false);
+    writer.SelectedEnumeration("EventNotification", "EventSelector", Feature::kEventNotification,
+                               {
+                                   {"Off", 0},
+                                   {"On",  1}
+    });
+    writer.Integer("EventDataSize", Feature::kEventDataSize, "RW",
+                   Element("Min", "0") + Element("Max", "552"));
+    writer.Command("TestEventGenerate", Feature::kTestEventGenerate);
+}
+
 void WriteTransport(Writer& writer)
 {
     writer.Integer("PayloadSize", Feature::kPayloadSize, "RO");
@@ -275,6 +319,7 @@ std::string MakeDescription(const Config& config)
     writer.String("DeviceUserID", Bootstrap::kUserName, 16, "RW");
     WriteImageFormat(writer);
     WriteAcquisition(writer);
+    WriteEvents(writer);
     WriteTransport(writer);
     const std::string endianess = config.bigEndian ? "BigEndian" : "LittleEndian";
     // Bits are counted from the most significant one where the register is big-endian.

@@ -58,8 +58,9 @@ void GvspSender::Wire::Truncate(std::size_t size)
     }
 }
 
-GvspSender::GvspSender(const Config& config, Registers& registers, Tally& tally, const Cable& cable)
-    : m_config(config), m_registers(registers), m_tally(tally), m_cable(cable)
+GvspSender::GvspSender(
+    const Config& config, Registers& registers, EventSender& events, Tally& tally, const Cable& cable)
+    : m_config(config), m_registers(registers), m_events(events), m_tally(tally), m_cable(cable)
 {
 }
 
@@ -147,6 +148,7 @@ void GvspSender::StartAcquisition()
         m_triggers = 0;
         m_nextImage = Clock::now();
         m_registers.Set(Feature::kAcquisitionStatus, 1);
+        m_events.Fire(Event::AcquisitionStart);
     }
     m_changed.notify_all();
 }
@@ -154,8 +156,17 @@ void GvspSender::StartAcquisition()
 void GvspSender::StopAcquisition()
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_isAcquiring) {
+        EndAcquisition();
+    }
+}
+
+/// With m_mutex held.
+void GvspSender::EndAcquisition()
+{
     m_isAcquiring = false;
     m_registers.Set(Feature::kAcquisitionStatus, 0);
+    m_events.Fire(Event::AcquisitionEnd);
 }
 
 bool GvspSender::TakeImage()
@@ -317,6 +328,7 @@ void GvspSender::SendNextBlock(std::unique_lock<std::mutex>& lock)
     if (opening != m_opening || m_stop) {
         return;
     }
+    m_events.Fire(Event::ExposureEnd, id);
     m_nextBlockId = IdAfter(id);
     --m_imagesLeft;
     m_triggers -= m_triggers > 0 ? 1 : 0;
@@ -343,8 +355,7 @@ void GvspSender::SendNextBlock(std::unique_lock<std::mutex>& lock)
     lock.lock();
     m_nextImage = std::max(m_nextImage + std::chrono::duration_cast<Clock::duration>(period), Clock::now());
     if (m_imagesLeft == 0 && m_isAcquiring) {
-        m_isAcquiring = false;
-        m_registers.Set(Feature::kAcquisitionStatus, 0);
+        EndAcquisition();
     }
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "sim/Camera.h"
+#include "sim/EventSender.h"
 #include "sim/ReceiverWatch.h"
 #include "sim/Registers.h"
 #include "sim/Tally.h"
@@ -26,11 +27,12 @@ namespace sim {
 ///
 /// Owns the stream socket and one thread, which sends blocks, resends and delayed packets, from Start to
 /// Stop. Threads: any for the public operations. Lock order: m_mutex or m_pictureMutex, then those of
-/// Registers and Tally.
+/// EventSender, Registers and Tally.
 class GvspSender
 {
 public:
-    GvspSender(const Config& config, Registers& registers, Tally& tally, const Cable& cable);
+    GvspSender(
+        const Config& config, Registers& registers, EventSender& events, Tally& tally, const Cable& cable);
     ~GvspSender() { Stop(); }
 
     /// \param socket bound to the camera's address
@@ -95,6 +97,7 @@ private:
 
     void Run();
     bool IsReady() const;
+    void EndAcquisition();
     bool ServeAside(std::unique_lock<std::mutex>& lock);
     void SendNextBlock(std::unique_lock<std::mutex>& lock);
     std::shared_ptr<Block> MakeBlock(std::uint64_t id) const;
@@ -119,6 +122,7 @@ private:
 
     const Config m_config;
     Registers& m_registers;
+    EventSender& m_events;
     Tally& m_tally;
     const Cable& m_cable;
     Descriptor m_socket;

@@ -149,9 +149,12 @@ Network::Sockets Network::Open() const
         sockets.control = Bind(m_address, m_gvcpPort);
         sockets.broadcast = Bind(INADDR_BROADCAST, LocalPort(sockets.control));
         sockets.stream = Bind(m_address, 0);
+        sockets.message = Bind(m_address, 0);
         const in_addr own{htonl(m_address)};
-        if (setsockopt(sockets.stream.Get(), IPPROTO_IP, IP_MULTICAST_IF, &own, sizeof own) != 0) {
-            ThrowErrno("IP_MULTICAST_IF");
+        for (const Descriptor* pSender : {&sockets.stream, &sockets.message}) {
+            if (setsockopt(pSender->Get(), IPPROTO_IP, IP_MULTICAST_IF, &own, sizeof own) != 0) {
+                ThrowErrno("IP_MULTICAST_IF");
+            }
         }
     });
     return sockets;

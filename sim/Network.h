@@ -18,6 +18,7 @@ public:
         Descriptor control;    ///< at the address and the GVCP port
         Descriptor broadcast;  ///< hears 255.255.255.255 at the GVCP port
         Descriptor stream;     ///< at the address and a free port
+        Descriptor message;    ///< likewise
     };
 
     /// Throws std::runtime_error when the address stands on no interface, or std::system_error.

@@ -16,6 +16,8 @@ using namespace Bootstrap;
 
 constexpr std::size_t kUrlBytes = 512;
 constexpr std::uint32_t kManifestEntries = 2;
+constexpr std::uint32_t kEvents = 4;
+constexpr std::uint32_t kMaxEventData = 552;
 
 std::uint32_t FloatBits(double value)
 {
@@ -99,11 +101,11 @@ Registers::Registers(const Config& config)
         Area{kPrimaryPort,              4,              kRead                        },
         Area{kPrimaryAddress,                   4,                  kRead                             },
         Area{kMessagePort,                4,          kReadWrite                 },
-        Area{0x0B10,                   12,                kReadWrite                          }, // destination, time-out, retries
-        Area{0x0B1C,                         4,                  kRead                      }, // message channel source port
-        Area{kStreamPort,                         12,             kReadWrite                    }, // with packet size and delay
-        Area{kStreamAddress,                    4,       kReadWrite              },
-        Area{kStreamSourcePort,                 4,          kRead                       },
+        Area{kMessageAddress,                   12,                kReadWrite                          }, // destination, time-out, retries
+        Area{kMessageSourcePort,                4,         kRead             },
+        Area{kStreamPort,             12,          kReadWrite                          }, // with packet size and delay
+        Area{kStreamAddress,                    4,                   kReadWrite                             },
+        Area{kStreamSourcePort,                 4,          kRead           },
         Area{kManifest,              512,          kRead                         },
         Area{kActionGroupKey,                      8,                   kReadWrite                                  }, // with mask
         Area{Feature::kWidth,                12,       kReadWrite        }, // with height, pixel format
@@ -111,9 +113,12 @@ Registers::Registers(const Config& config)
         Area{Feature::kAcquisitionMode,          4,       kReadWrite                    },
         Area{Feature::kAcquisitionStart,      8,         kWrite                      }, // with stop
         Area{Feature::kAcquisitionFrameRate,     24,            kReadWrite                           }, // up to the trigger mode
-        Area{Feature::kTriggerSoftware, 4,        kWrite                },
-        Area{Feature::kWidthMax,      8,                  kRead                                  }, // with height
-        Area{Feature::kOffsetX,             8,                    kReadWrite                           }, // and y
+        Area{Feature::kEventSelector, 8,        kReadWrite                }, // and data size
+        Area{Feature::kTestEventGenerate,        4,                    kWrite                                },
+        Area{Feature::kEventNotification,    16,         kReadWrite             },
+        Area{Feature::kTriggerSoftware,    4,            kWrite                       },
+        Area{Feature::kWidthMax,      8,               kRead                           }, // with height
+        Area{Feature::kOffsetX,             8,                    kReadWrite                              }, // and y
         Area{Feature::kAcquisitionStatus,              20,              kRead              }, // with sensor size, resend counts
         Area{Feature::kTcpWidth,    4,  kRead             },
         Area{Feature::kTcpHeight,             4,                      kRead                                             },
@@ -157,6 +162,7 @@ void Registers::FillBootstrap(const Config& config)
     SetValue(kActionDeviceKey, config.actionDeviceKey);
     SetValue(kActiveLinks, 1);
     SetValue(kGvspCapability, config.gvspCapabilities);
+    SetValue(kGvmcCapability, config.gvmcCapabilities);
     SetValue(kGvcpCapability, config.gvcpCapabilities);
     SetValue(kHeartbeatTimeout, config.heartbeatTimeout);
     SetValue(kTickFrequencyHigh, static_cast<std::uint32_t>(config.tickFrequency >> 32));
@@ -169,6 +175,9 @@ void Registers::FillBootstrap(const Config& config)
     SetValue(kActionGroupMask, config.actionGroupMask);
     if ((config.gvspCapabilities & GvspCap::kSourcePort) == 0) {
         m_regions.erase(kStreamSourcePort);
+    }
+    if ((config.gvmcCapabilities & GvmcCap::kSourcePort) == 0) {
+        m_regions.erase(kMessageSourcePort);
     }
     if ((config.gvcpCapabilities & GvcpCap::kManifest) == 0) {
         m_regions.erase(kManifest);
@@ -195,6 +204,10 @@ void Registers::FillFeatures(const Config& config)
     SetValue(Feature::kChunkForm, config.chunkMode == ChunkMode::ChunkData);
     SetValue(Feature::kSensorWidth, config.maxWidth);
     SetValue(Feature::kSensorHeight, config.maxHeight);
+    SetValue(Feature::kEventDataSize, config.eventDataSize);
+    for (std::uint32_t event = 0; event < kEvents; ++event) {
+        SetValue(Feature::kEventNotification + 4 * event, config.eventNotifications);
+    }
     UpdatePayloadSize();
 }
 
@@ -342,7 +355,15 @@ std::uint16_t Registers::Judge(std::uint32_t address, std::uint32_t value) const
         case Feature::kChunkModeActive:
         case Feature::kChunkForm:
         case Feature::kTriggerMode:
+        case Feature::kEventNotification:
+        case Feature::kEventNotification + 4:
+        case Feature::kEventNotification + 8:
+        case Feature::kEventNotification + 12:
             return between(0, 1);
+        case Feature::kEventSelector:
+            return between(0, kEvents - 1);
+        case Feature::kEventDataSize:
+            return between(0, kMaxEventData);
         case Feature::kAcquisitionFrameRate:
             return FloatValue(value) >= 0 ? Status::kSuccess : Status::kInvalidParameter;
         default:

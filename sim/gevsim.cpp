@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <ctime>
 #include <exception>
 #include <map>
 #include <string>
@@ -19,6 +20,7 @@ struct Options
     std::string interface;
     std::string macAddress;
     double answerLoss = 0;
+    std::uint32_t testEventMs = 0;
 };
 
 void AddPlaceAndIdentity(CLI::App& app, Options& options)
@@ -96,6 +98,30 @@ void AddStream(CLI::App& app, Options& options)
     app.add_flag("--extended-id", config.extendedId, "64-bit block ids");
 }
 
+void AddEvents(CLI::App& app, Options& options)
+{
+    app.add_flag("--events", options.config.eventNotifications, "all events on from the start");
+    app.add_option("--event-data", options.config.eventDataSize, "bytes that come with an event")
+        ->check(CLI::Range(0, 552))
+        ->capture_default_str();
+    app.add_option("--test-events", options.testEventMs, "ms between test events; 0: none of its own accord")
+        ->check(CLI::Range(0, 3600000))
+        ->capture_default_str();
+}
+
+void WaitForEnd(const sigset_t& signals, sim::Camera& camera, std::uint32_t testEventMs)
+{
+    if (testEventMs == 0) {
+        int signal = 0;
+        sigwait(&signals, &signal);
+        return;
+    }
+    const timespec period{testEventMs / 1000, testEventMs % 1000 * 1000000L};
+    while (sigtimedwait(&signals, nullptr, &period) < 0) {
+        camera.SetRegister(sim::Feature::kTestEventGenerate, 1);
+    }
+}
+
 void AddFaults(CLI::App& app, Options& options)
 {
     sim::StreamFaults& faults = options.faults;
@@ -151,8 +177,7 @@ int Run(const Options& options)
                 options.config.model.c_str(), options.config.serialNumber.c_str(), camera.Address().c_str(),
                 static_cast<unsigned>(options.config.gvcpPort));
     std::fflush(stdout);
-    int signal = 0;
-    sigwait(&signals, &signal);
+    WaitForEnd(signals, camera, options.testEventMs);
     camera.Stop();
     const sim::Counters seen = camera.Seen();
     std::printf(
@@ -174,6 +199,7 @@ int main(int argc, char** argv)
     AddPlaceAndIdentity(app, options);
     AddPicture(app, options);
     AddStream(app, options);
+    AddEvents(app, options);
     AddFaults(app, options);
     AddTcpFaults(app, options);
     CLI11_PARSE(app, argc, argv);
