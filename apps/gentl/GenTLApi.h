@@ -11,7 +11,7 @@ namespace Tool {
 #define TOOL_GENTL_FUNCTIONS(F)                                                                          \
     F(GCInitLib) F(GCCloseLib) F(GCGetLastError)                                                         \
     F(GCReadPort) F(GCWritePort) F(GCGetPortURL) F(GCGetNumPortURLs) F(GCGetPortURLInfo)                 \
-    F(GCRegisterEvent) F(GCUnregisterEvent) F(EventGetData)                                              \
+    F(GCRegisterEvent) F(GCUnregisterEvent) F(EventGetData) F(EventGetInfo)                              \
     F(TLOpen) F(TLClose) F(TLUpdateInterfaceList) F(TLGetNumInterfaces) F(TLGetInterfaceID)              \
     F(TLOpenInterface)                                                                                   \
     F(IFClose) F(IFGetInfo) F(IFUpdateDeviceList) F(IFGetNumDevices) F(IFGetDeviceID)                    \

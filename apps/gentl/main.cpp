@@ -1,4 +1,6 @@
-/// A GenTL Consumer for the command line: lists cameras, grabs images, sets features, shows the log.
+/// A GenTL Consumer for the command line: lists cameras, grabs images, shows events, sets features, shows the
+/// log.
+#include "gentl/Events.h"
 #include "gentl/ExitCode.h"
 #include "gentl/Failure.h"
 #include "gentl/Features.h"
@@ -28,6 +30,7 @@ struct CommandLine
     Tool::GrabOptions grab;
     std::vector<std::string> startRegisters;
     std::vector<std::string> stopRegisters;
+    Tool::EventsOptions events;
     bool initLog = false;
     Tool::ModuleChoice module;
     std::vector<std::string> requests;
@@ -90,6 +93,24 @@ void AddGrab(CLI::App& command, CommandLine& line)
         ->capture_default_str();
 }
 
+void AddEvents(CLI::App& command, CommandLine& line)
+{
+    Tool::EventsOptions& events = line.events;
+    command.add_option("-c,--camera", events.camera,
+                       "Serial number, user name, IP, MAC or model; needed if there are several");
+    command.add_option("-n,--count", events.count, "Events to wait for; 0: until Ctrl-C")
+        ->capture_default_str();
+    command
+        .add_option("--timeout", events.eventMilliseconds, "Fail after so long without an event; 0: never")
+        ->type_name("MS")
+        ->capture_default_str();
+    command
+        .add_option("settings", events.settings,
+                    "Features to write in this order before waiting, such as EventSelector=ExposureEnd "
+                    "EventNotification=On; a command runs with any value")
+        ->type_name("NAME=VALUE");
+}
+
 void AddModule(CLI::App& command, CommandLine& line)
 {
     command
@@ -110,6 +131,11 @@ int Perform(const CLI::App& app, CommandLine& line)
     }
     if (app.got_subcommand("list")) {
         return Tool::List(Tool::Producer(Tool::FindProducer(line.producer)), line.discoveryMilliseconds);
+    }
+    if (app.got_subcommand("events")) {
+        line.events.discoveryMilliseconds = line.discoveryMilliseconds;
+        Tool::Interrupt::Catch();
+        return Tool::Events(Tool::Producer(Tool::FindProducer(line.producer)), line.events);
     }
     line.module.discoveryMilliseconds = line.discoveryMilliseconds;
     if (app.got_subcommand("features")) {
@@ -135,7 +161,8 @@ int main(int argc, char** argv)
 {
     CommandLine line;
     CLI::App app(
-        "Lists GigE Vision cameras, grabs images, sets features and shows the log of a GenTL Producer.",
+        "Lists GigE Vision cameras, grabs images, shows events, sets features and shows the log of a GenTL "
+        "Producer.",
         "gentl");
     app.footer(kExitCodes);
     app.require_subcommand(1);
@@ -144,6 +171,9 @@ int main(int argc, char** argv)
     CLI::App& grab = *app.add_subcommand("grab", "Receive images from a camera");
     AddProducer(grab, line);
     AddGrab(grab, line);
+    CLI::App& events = *app.add_subcommand("events", "Show the events of a camera as they come");
+    AddProducer(events, line);
+    AddEvents(events, line);
     CLI::App& features = *app.add_subcommand("features", "Show or change the features of a module");
     AddProducer(features, line);
     AddModule(features, line);
