@@ -1,6 +1,7 @@
 /// The logic of the command line tool that needs no camera: descriptions, pixels, counting, log records.
 #include "gentl/Description.h"
 #include "gentl/DescriptionSource.h"
+#include "gentl/Events.h"
 #include "gentl/Failure.h"
 #include "gentl/Features.h"
 #include "gentl/Formula.h"
@@ -546,6 +547,45 @@ TEST(LogRecord, IsShownInOneLineOrAsItCame)
         EXPECT_EQ(FormatLogRecord(odd), odd);
     }
     EXPECT_THAT(FormatLogRecord(R"({"level":"x","message":7})"), HasSubstr("0"));
+}
+
+TEST(EventTexts, TellWhatStandsInTheDatagram)
+{
+    using Bytes = std::vector<std::uint8_t>;
+    const Bytes first = {0, 0, 0x90, 0x02, 0, 0, 0, 7, 0, 0, 0, 1, 0, 0, 0, 2};
+    const Bytes second = {0, 0, 0x90, 0x00, 0xFF, 0xFF, 0, 0, 0, 0, 0, 0, 0, 0, 0, 9};
+    const Bytes extended = {0, 0, 0x90, 0x02, 0, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0};
+    const auto join = [](Bytes bytes, const std::vector<Bytes>& more) {
+        for (const Bytes& part : more) {
+            bytes.insert(bytes.end(), part.begin(), part.end());
+        }
+        return bytes;
+    };
+    const Bytes event = {0x42, 0, 0, 0xC0, 0, 16, 0, 1};
+    const Bytes extendedEvent = {0x42, 0x11, 0, 0xC0, 0, 24, 0, 1};
+    const Bytes eventData = {0x42, 0, 0, 0xC2, 0, 33, 0, 1};
+    Bytes data(17);
+    data[16] = 0xAB;
+    const std::string firstText = "  id 0x9002  stream 0  block 7  timestamp 4294967298\n";
+    EXPECT_EQ(EventText(join(event, {first})), "EVENT    " + firstText);
+    EXPECT_EQ(
+        EventText(join(event,
+                       {
+                           first, second, {1, 2}
+    })),
+        "EVENT    " + firstText + "EVENT      id 0x9000  stream -  block 0  timestamp 9\n    000  01 02\n");
+    EXPECT_EQ(EventText(join(extendedEvent, {extended})),
+              "EVENT      id 0x9002  stream 1  block 4294967296  timestamp 256\n");
+    EXPECT_EQ(
+        EventText(join(eventData, {first, data})),
+        "EVENTDATA" + firstText + "    000  00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00\n    010  ab\n");
+    // What is too short for what it says, or something else, is shown and not read beyond its end.
+    EXPECT_EQ(EventText({}), "not an event, 0 bytes\n");
+    EXPECT_THAT(EventText(join(extendedEvent, {first})),
+                HasSubstr("not an event, 24 bytes\n    000  42 11 00 c0"));
+    EXPECT_THAT(EventText({0x42, 0, 0}), HasSubstr("    000  42 00 00\n"));
+    EXPECT_THAT(EventText(join({0x42, 0, 0, 0xC4, 0, 16, 0, 1}, {first})),
+                HasSubstr("not an event, 24 bytes"));
 }
 
 }  // namespace

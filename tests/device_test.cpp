@@ -937,8 +937,8 @@ TEST_F(DeviceTest, OwnPortAndEventsSayWhatIsNotThere)
     void* hEvent = nullptr;
     EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, m_device->RegisterEvent(EVENT_NEW_BUFFER, &hEvent));
     EXPECT_THAT(NewestError(), EndsWith(": only EVENT_REMOTE_DEVICE is implemented"));
-    EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, m_device->RegisterEvent(EVENT_REMOTE_DEVICE, &hEvent));
-    EXPECT_EQ(GC_ERR_NOT_AVAILABLE, m_device->UnregisterEvent(EVENT_REMOTE_DEVICE));
+    EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, m_device->UnregisterEvent(EVENT_NEW_BUFFER));
+    EXPECT_THAT(NewestError(), EndsWith(": only GenTL::EVENT_REMOTE_DEVICE is implemented"));
     EXPECT_EQ(nullptr, hEvent);
 }
 
