@@ -165,9 +165,9 @@ struct ResendRequest
 
 /// A GigE Vision camera made of software, on real UDP sockets.
 ///
-/// Owns: its registers, its sockets and four threads, for GVCP, GVSP, the stream over TCP and the datagrams
-/// of firewalls, from Start to Stop. Threads: any thread may call any operation, but Start and Stop must not
-/// run beside each other.
+/// Owns: its registers, its sockets and five threads, for GVCP, GVSP, the stream over TCP, events and the
+/// datagrams of firewalls, from Start to Stop. Threads: any thread may call any operation, but Start and Stop
+/// must not run beside each other.
 class Camera
 {
 public:
@@ -255,16 +255,16 @@ inline constexpr std::uint32_t kSensorWidth = 0x0002004C;
 inline constexpr std::uint32_t kSensorHeight = 0x00020050;
 inline constexpr std::uint32_t kResendRequestCount = 0x00020054;  ///< PACKETRESEND_CMDs that were heard
 inline constexpr std::uint32_t kResentPacketCount = 0x00020058;   ///< packets sent again
+inline constexpr std::uint32_t kEventSelector = 0x00020080;       ///< see the enumeration Event
+inline constexpr std::uint32_t kEventDataSize = 0x00020084;
+inline constexpr std::uint32_t kTestEventGenerate = 0x00020088;  ///< sends as many test events in a row
+inline constexpr std::uint32_t kEventNotification = 0x000200A0;  ///< one word per event: 0 off, 1 on
 // The geometry again, where hosts of the stream over TCP read it.
 inline constexpr std::uint32_t kTcpWidth = 0x10400000;
 inline constexpr std::uint32_t kTcpHeight = 0x10400014;
 inline constexpr std::uint32_t kTcpOffsetX = 0x10400028;
 inline constexpr std::uint32_t kTcpOffsetY = 0x1040003C;
 inline constexpr std::uint32_t kTcpPixelFormat = 0x10400060;
-inline constexpr std::uint32_t kEventSelector = 0x00020080;  ///< see the enumeration Event
-inline constexpr std::uint32_t kEventDataSize = 0x00020084;
-inline constexpr std::uint32_t kTestEventGenerate = 0x00020088;  ///< sends as many test events in a row
-inline constexpr std::uint32_t kEventNotification = 0x000200A0;  ///< one word per event: 0 off, 1 on
 }  // namespace Feature
 
 }  // namespace sim

@@ -177,9 +177,9 @@ bool GvspSender::TakeImage()
         return false;
     }
     m_triggers -= m_triggers > 0 ? 1 : 0;
+    m_events.Fire(Event::ExposureEnd);  // a frame has no block ID
     if (--m_imagesLeft == 0) {
-        m_isAcquiring = false;
-        m_registers.Set(Feature::kAcquisitionStatus, 0);
+        EndAcquisition();
     }
     return true;
 }

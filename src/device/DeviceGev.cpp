@@ -402,22 +402,12 @@ int DeviceGev::InitializeStreams(void* hOwn, int iOpenFlags)
 
 int DeviceGev::AddStream(void* hOwn, unsigned int index, int iOpenFlags)
 {
-    std::unique_ptr<IDataStream> stream;
-    try {
+    return AddModule(m_streams, [&]() -> std::unique_ptr<IDataStream> {
         if (index == 0) {
-            stream = std::make_unique<DataStreamGev>(m_pHal, m_hDevice, hOwn, index, iOpenFlags);
-        } else {
-            stream = std::make_unique<DataStreamGevTCP>(m_pHal, m_hDevice, hOwn, index, iOpenFlags);
+            return std::make_unique<DataStreamGev>(m_pHal, m_hDevice, hOwn, index, iOpenFlags);
         }
-    } catch (const std::exception& e) {
-        return LogException("DeviceGev::Open exception creating stream = {0}", e, GC_ERR_OUT_OF_MEMORY);
-    }
-    try {
-        m_streams.push_back(std::move(stream));
-    } catch (const std::exception& e) {
-        return LogException("DeviceGev::Open exception inserting stream = {0}", e, GC_ERR_INVALID_INDEX);
-    }
-    return GC_ERR_SUCCESS;
+        return std::make_unique<DataStreamGevTCP>(m_pHal, m_hDevice, hOwn, index, iOpenFlags);
+    });
 }
 
 int DeviceGev::InitializeMessageChannels(int iOpenFlags)
