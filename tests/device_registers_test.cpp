@@ -1,10 +1,9 @@
 /// The register map behind the Device module's own port, over a scripted camera.
+#include "CameraRecord.h"
 #include "RegisterTest.h"
 #include "device/DeviceGev.h"
 #include "frame/Error.h"
 #include "frame/GenTLHandle.h"
-#include "gev/BigEndian.h"
-#include "gev/GvcpCommand.h"
 #include "gev/HALGev.h"
 #include "xml/LocalXml.h"
 
@@ -28,19 +27,7 @@ constexpr unsigned long kRest = 0xEEEEEEEE00000000;  // an answer of 4 bytes whe
 class Camera : public HALGev
 {
 public:
-    Camera()
-    {
-        auto* record = m_handle.m_record.data();
-        std::memcpy(record + RecordField::kModelName, "Model", 5);
-        std::memcpy(record + RecordField::kVendorName, "Vendor", 6);
-        std::memcpy(record + RecordField::kDeviceVersion, "2.1", 3);
-        std::memcpy(record + RecordField::kSerialNumber, "S123", 4);
-        std::memcpy(record + RecordField::kUserDefinedName, "Left", 4);
-        Store16(record + RecordField::kMacHigh, 0xFC01);
-        Store32(record + RecordField::kMacLow, 0x82030405);
-        Store32(record + RecordField::kIpAddress, 0xC0A80164);
-        Store32(record + RecordField::kSubnetMask, 0xFFFFFF00);
-    }
+    Camera() { m_handle.m_record = CameraRecord("S123"); }
     int ReadReg(void*, unsigned, unsigned&) override { return Note("ReadReg"); }
     int ReadMem(void*, unsigned, char*, unsigned long) override { return Note("ReadMem"); }
     int SetDeviceTimeout(void*, int) override { return 0; }
@@ -133,6 +120,8 @@ TEST_F(DeviceRegisters, OnlyExactAddressesInTheRightDirectionAnswer)
     EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, m_device.GetPortURLInfo(0, URL_INFO_URL, nullptr, nullptr, nullptr));
     EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, m_device.ReadPortStacked(nullptr, nullptr));
     EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, m_device.WritePortStacked(nullptr, nullptr));
+    EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, m_device.RegisterEvent(EVENT_REMOTE_DEVICE, nullptr));
+    EXPECT_EQ(GC_ERR_NOT_AVAILABLE, m_device.UnregisterEvent(EVENT_REMOTE_DEVICE));
 }
 
 TEST_F(DeviceRegisters, DescriptionIsAsLongAsTheUrlSays)
@@ -140,7 +129,9 @@ TEST_F(DeviceRegisters, DescriptionIsAsLongAsTheUrlSays)
     unsigned long size = 200;
     char url[200];
     ASSERT_EQ(0, m_device.GetPortURL(url, &size));
-    ASSERT_EQ(1, sscanf(url, "local:%*[^;];F0F00000;%lX?", &size));
+    ASSERT_EQ(
+        1, sscanf(url, "local:SFNC_GenTLDevice_Reference_Version_1_0_0_Schema_1_1.xml;F0F00000;%lX?", &size));
+    EXPECT_STREQ("?SchemaVersion=1.0.0", strchr(url, '?'));
     EXPECT_EQ("0:" + std::to_string(size + 1), Read(kXml, size + 1));
     EXPECT_EQ(std::string(kDeviceXml) + '\xEE', m_bytes);
 }

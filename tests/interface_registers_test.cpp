@@ -1,12 +1,11 @@
 /// The register map behind the Interface module's port, over a scripted control layer.
 #include "RegisterTest.h"
-#include "gev/HALGev.h"
+#include "ScriptedHal.h"
 #include "modules/InterfaceGev.h"
 #include "xml/LocalXml.h"
 
 #include <gmock/gmock.h>
 
-#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -16,44 +15,6 @@ using testing::MatchesRegex;
 namespace {
 
 constexpr unsigned long kXml = 0xF0F00000;
-
-/// Has two cameras until the test says otherwise.
-class ScriptedHal : public HALGev
-{
-public:
-    int GetInterfaceId(void*, std::string& id) override { return Give(id, "0000c0a80101"); }
-    int GetMACAddress(void*, long& mac) override { return Give(mac, 0x0102030405FF); }
-    int GetIPAddress(void*, long& ip) override { return Give(ip, 0xC0A80101); }
-    int GetSubnetMask(void*, long& mask) override { return Give(mask, 0xFFFFFF00); }
-    int GetDevices(void*, std::vector<std::tuple<std::string, unsigned>>& devices, long timeoutMs) override
-    {
-        m_timeoutMs = timeoutMs;
-        devices = m_devices;
-        return 0;
-    }
-    using Id = const std::string&;
-    int GetSerialNumber(void*, Id id, std::string& text) override { return Give(text, id); }
-    int GetVendorName(void*, Id id, std::string& text) override { return Give(text, "vendor " + id); }
-    int GetModelName(void*, Id id, std::string& text) override { return Give(text, "model " + id); }
-    int GetUserDefinedName(void*, Id id, std::string& text) override { return Give(text, "user " + id); }
-    int GetDevIPAddress(void*, Id, long& ip) override { return Give(ip, 0xC0A80164); }
-    int GetDevSubnetMask(void*, Id, long& mask) override { return Give(mask, 0xFFFF0000); }
-    int GetDevMACAddress(void*, Id, long& mac) override { return Give(mac, 0xFC0182030405); }
-
-    std::vector<std::tuple<std::string, unsigned>> m_devices = {
-        {"CAM1", 1},
-        {"CAM2", 2},
-    };
-    long m_timeoutMs = 0;
-
-private:
-    template <typename Value, typename Given>
-    static int Give(Value& value, const Given& given)
-    {
-        value = static_cast<Value>(given);
-        return 0;
-    }
-};
 
 class InterfaceRegisters : public RegisterTest
 {
@@ -67,8 +28,10 @@ protected:
         EXPECT_EQ(std::string(8, '\xEE'), m_bytes);
     }
 
-    ScriptedHal m_hal;
-    InterfaceGev m_interface{&m_hal, nullptr, &m_hal};
+    HalScript m_script;
+    ScriptedHal m_hal{m_script};
+    std::string m_adapter = "0000c0a80101";
+    InterfaceGev m_interface{&m_hal, nullptr, &m_adapter};
 };
 
 TEST_F(InterfaceRegisters, TellOfTheAdapter)
@@ -98,7 +61,7 @@ TEST_F(InterfaceRegisters, TellOfTheSelectedDevice)
     Expect(0x1103, 0, 4);
     EXPECT_EQ("-1017:8", Write(0x1100, 0)) << "there is none before a discovery";
     EXPECT_EQ("0:8", Write(0x1000, 0x77));
-    EXPECT_EQ(100, m_hal.m_timeoutMs);
+    EXPECT_EQ(100, m_script.timeoutMs);
     Expect(0x1102, 0, 4);
     Expect(0x1103, 1, 4);
     EXPECT_EQ("0:8", Write(0x1100, 0xFFFFFFFF00000001, 4)) << "the low half counts";
@@ -109,10 +72,10 @@ TEST_F(InterfaceRegisters, TellOfTheSelectedDevice)
     Expect(0x1100, 1);
 
     const std::pair<unsigned long, std::string> texts[] = {
-        {0x1200, "CAM2"       },
+        {0x1200, "serial CAM2"},
         {0x1300, "vendor CAM2"},
         {0x1400, "model CAM2" },
-        {0x1600, "CAM2"       },
+        {0x1600, "serial CAM2"},
         {0x1700, "user CAM2"  },
     };
     for (const auto& [address, text] : texts) {
@@ -121,12 +84,12 @@ TEST_F(InterfaceRegisters, TellOfTheSelectedDevice)
     }
     EXPECT_THAT(Read(0x1500), MatchesRegex("-1003:8 .*DEVICE_INFO_ACCESS_STATUS is not implemented"));
     Expect(0x1501, 0, 4);
-    Expect(0x1800, 0xC0A80164, 4);
+    Expect(0x1800, 0xC0A80105, 4);
     Expect(0x1900, 0xFFFF0000, 4);
-    Expect(0x2000, 0xFC0182030405);
+    Expect(0x2000, 0xFFEEDDCCBBAA);
 
     // The second camera leaves, and nobody moves the selector.
-    m_hal.m_devices.pop_back();
+    m_script.devices.pop_back();
     EXPECT_EQ("0:8", Write(0x1000, 0));
     Expect(0x1103, 0, 4);
     Expect(0x1100, 1);
@@ -136,7 +99,7 @@ TEST_F(InterfaceRegisters, TellOfTheSelectedDevice)
         Expect(address + 1, 0, 4);
     }
     EXPECT_EQ("0:8", Write(0x1100, 0));
-    ExpectText(0x1200, "CAM1");
+    ExpectText(0x1200, "serial CAM1");
 }
 
 TEST_F(InterfaceRegisters, OtherAccessesAreRefused)

@@ -1,4 +1,5 @@
 /// Log records on the wire of the built-in channel, the filter, and faults of the configuration.
+#include "LogListener.h"
 #include "log/GLogger.h"
 #include "log/HLogger.h"
 #include "log/localization.h"
@@ -6,13 +7,8 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <arpa/inet.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <fstream>
-#include <memory>
 #include <stdexcept>
 
 using namespace GenTL;
@@ -23,41 +19,23 @@ namespace {
 class Logging : public testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        ASSERT_EQ(0, bind(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof address));
-        socklen_t length = sizeof address;
-        ASSERT_EQ(0, getsockname(m_socket, reinterpret_cast<sockaddr*>(&address), &length));
-        m_port = ntohs(address.sin_port);
-    }
-    void TearDown() override
-    {
-        close(m_socket);
-        std::remove("norvo_log.conf");
-    }
+    ~Logging() override { std::remove("norvo_log.conf"); }
 
     json Config() const
     {
         return {
             {"ports",
-             {{"gentl_out", m_port}, {"hal_out", m_port}, {"vesta_in", 1}, {"zt_in", 2}, {"gentl_in", 3}}},
-            {"levels", {{"gentl", 300.9}, {"hal", 600}}                                                  },
+             {{"gentl_out", m_listener.Port()},
+              {"hal_out", m_listener.Port()},
+              {"vesta_in", 1},
+              {"zt_in", 2},
+              {"gentl_in", 3}}                         },
+            {"levels", {{"gentl", 300.9}, {"hal", 600}}},
         };
     }
     static void Write(const json& config) { std::ofstream("norvo_log.conf") << config.dump(2); }
 
-    std::string Received() const
-    {
-        char text[2048];
-        const ssize_t got = recv(m_socket, text, sizeof text, MSG_DONTWAIT);
-        return got < 0 ? "" : std::string(text, static_cast<std::size_t>(got));
-    }
-
-    int m_socket = socket(AF_INET, SOCK_DGRAM, 0);
-    unsigned m_port = 0;
+    LogListener m_listener;
 };
 
 TEST_F(Logging, RecordCarriesCodeModuleAndTime)
@@ -65,7 +43,7 @@ TEST_F(Logging, RecordCarriesCodeModuleAndTime)
     Write(Config());
     const HLogger sink;
     HLogger::Error("x", 5);
-    const json record = json::parse(Received());
+    const json record = m_listener.Next();
     EXPECT_EQ("x: 5", record.at("message"));
     EXPECT_EQ("", record.at("userid"));
     EXPECT_EQ("HAL", record.at("module"));
@@ -80,8 +58,8 @@ TEST_F(Logging, FilterKeepsWhatIsLessSevere)
     const GLogger sink;
     GLogger::Info("dropped");
     GLogger::Warn("user", "kept");
-    EXPECT_EQ("user", json::parse(Received()).at("userid"));
-    EXPECT_EQ("", Received());
+    EXPECT_EQ("user", m_listener.Next().at("userid"));
+    EXPECT_EQ("", m_listener.NextMessage());
 }
 
 // Texts may hold a camera's bytes: a log call must not throw on them, nor without a sink.
@@ -91,9 +69,9 @@ TEST_F(Logging, SurvivesBadTextAndNoSink)
     Write(Config());
     const GLogger sink;
     GLogger::Error("\xff\xfe serial");
-    EXPECT_NE("", Received());
+    EXPECT_FALSE(m_listener.Next().is_null());
     GLogger::Error(nullptr);
-    EXPECT_NE("", Received());
+    EXPECT_FALSE(m_listener.Next().is_null());
 }
 
 TEST_F(Logging, FaultyConfigurationIsALogicError)

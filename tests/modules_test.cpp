@@ -1,31 +1,25 @@
 /// The module tree over a scripted control layer: ports, System, Interface, and the record of what is open.
 #include "LogConfigFile.h"
+#include "ScriptedHal.h"
 #include "device/ProtectedDeviceRegistry.h"
 #include "device/ProtectedSet.h"
 #include "frame/Error.h"
 #include "frame/GenTLHandle.h"
-#include "gev/GvcpCommand.h"
-#include "gev/HALGev.h"
-#include "gev/Handles.h"
 #include "modules/FileUtility.h"
 #include "modules/InterfaceGev.h"
 #include "modules/System.h"
 #include "modules/ThreadPriority.h"
-#include "sim/TestNet.h"
 #include "xml/LocalXml.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
 #include <pthread.h>
 #include <sched.h>
-#include <sys/socket.h>
 
 #include <algorithm>
 #include <climits>
 #include <cstring>
-#include <deque>
 #include <functional>
 #include <future>
 #include <map>
@@ -40,131 +34,6 @@ using testing::SizeIs;
 using testing::StartsWith;
 
 namespace {
-
-using Devices = std::vector<std::tuple<std::string, unsigned>>;
-
-/// What the control layer is to answer, and what it was asked. Outlives the layer, which the System deletes.
-struct HalScript
-{
-    std::vector<std::string> interfaces = {"0000c0a80101", "00000a000001"};
-    Devices devices = {
-        {"CAM1", 1},
-        {"CAM2", 2},
-    };
-    int interfacesCode = 0;
-    int idCode = 0;
-    int numbersCode = 0;
-    int devicesCode = 0;
-    int recordCode = 0;
-    int serialCode = 0;
-    int forceCode = 0;
-    int registerCode = 0;
-    std::function<void()> duringDiscovery = [] {};
-    std::map<std::string, int> closeCodes;
-
-    std::deque<std::string> adapters;  // the handles are their addresses
-    std::vector<std::string> closed;
-    std::vector<std::string> openedDevices;
-    std::deque<DeviceHandle> deviceHandles;
-    int closedDevices = 0;
-    long timeoutMs = 0;
-    std::vector<unsigned> forced;
-    bool isDeleted = false;
-};
-
-/// HALGev answers what isn't scripted here, such as the identity of an open device.
-class ScriptedHal : public HALGev
-{
-public:
-    explicit ScriptedHal(HalScript& script) : m_script(script) {}
-    ~ScriptedHal() override { m_script.isDeleted = true; }
-
-    int GetInterfaces(std::vector<std::string>& ids) override
-    {
-        ids.insert(ids.end(), m_script.interfaces.begin(), m_script.interfaces.end());
-        return m_script.interfacesCode;
-    }
-    int OpenInterface(const std::string& id, void** adapterHandle) override
-    {
-        *adapterHandle = &m_script.adapters.emplace_back(id);
-        return 0;
-    }
-    int CloseInterface(void* adapterHandle) override
-    {
-        const std::string id = *static_cast<std::string*>(adapterHandle);
-        m_script.closed.push_back(id);
-        return m_script.closeCodes.count(id) != 0 ? Store(m_script.closeCodes[id]) : 0;
-    }
-    int GetInterfaceId(void* adapterHandle, std::string& id) override
-    {
-        id = *static_cast<std::string*>(adapterHandle);
-        return m_script.idCode;
-    }
-    int GetDevices(void*, Devices& devices, long timeoutMs) override
-    {
-        m_script.timeoutMs = timeoutMs;
-        m_script.duringDiscovery();
-        devices.insert(devices.end(), m_script.devices.begin(), m_script.devices.end());
-        return m_script.devicesCode;
-    }
-    int OpenDevice(void*, const std::string& deviceId, void** deviceHandle) override
-    {
-        m_script.openedDevices.push_back(deviceId);
-        DeviceHandle& device = m_script.deviceHandles.emplace_back();
-        std::copy(deviceId.begin(), deviceId.end(), device.m_record.begin() + RecordField::kSerialNumber);
-        *deviceHandle = ToHandle(&device);
-        return 0;
-    }
-    int CloseDevice(void*) override
-    {
-        ++m_script.closedDevices;
-        return 0;
-    }
-    int ReadReg(void*, unsigned, unsigned&) override { return m_script.registerCode; }
-    int SetDeviceTimeout(void*, int) override { return 0; }
-    int ForceIP(
-        void*, unsigned short macHigh, unsigned macLow, unsigned ip, unsigned mask, unsigned gateway) override
-    {
-        m_script.forced = {macHigh, macLow, ip, mask, gateway};
-        return m_script.forceCode;
-    }
-
-    int GetMACAddress(void*, long& mac) override { return Number(mac, 0x0102030405FF); }
-    int GetIPAddress(void*, long& ip) override { return Number(ip, 0xC0A80101); }
-    int GetSubnetMask(void*, long& mask) override { return Number(mask, 0xFFFFFF00); }
-
-    using Id = const std::string&;
-    int GetModelName(void*, Id id, std::string& text) override { return Record(text, "model " + id); }
-    int GetVendorName(void*, Id id, std::string& text) override { return Record(text, "vendor " + id); }
-    int GetUserDefinedName(void*, Id id, std::string& text) override { return Record(text, "user " + id); }
-    int GetDeviceVersion(void*, Id id, std::string& text) override { return Record(text, "version " + id); }
-    int GetSerialNumber(void*, Id id, std::string& text) override
-    {
-        return m_script.serialCode != 0 ? m_script.serialCode : Record(text, "serial " + id);
-    }
-    int GetDevIPAddress(void*, Id, long& ip) override { return Record(ip, 0xC0A80105L); }
-    int GetDevSubnetMask(void*, Id, long& mask) override { return Record(mask, 0xFFFF0000L); }
-    int GetDevDefaultGateway(void*, Id, long& gateway) override { return Record(gateway, 0xC0A801FEL); }
-    int GetDevMACAddress(void*, Id, long& mac) override { return Record(mac, 0xFFEEDDCCBBAAL); }
-    int GetDevIpConfigDHCP(void*, Id, bool& isOn) override { return Record(isOn, true); }
-    int GetDevIpConfigPersistentIp(void*, Id, bool& isOn) override { return Record(isOn, false); }
-    int GetDevIpConfigLLA(void*, Id, bool& isOn) override { return Record(isOn, true); }
-
-private:
-    int Number(long& out, long value) const
-    {
-        out = value;
-        return m_script.numbersCode;
-    }
-    template <typename T>
-    int Record(T& out, const T& value) const
-    {
-        out = value;
-        return m_script.recordCode;
-    }
-
-    HalScript& m_script;
-};
 
 // ---- Errors and info answers
 
@@ -200,13 +69,15 @@ void ExpectRaised(int code, int answered, const std::string& function, const std
     EXPECT_THAT(stack[0].text, EndsWith(": " + text));
 }
 
+/// A value as an info answer holds it.
 template <typename T>
-std::string Printed(const std::vector<char>& bytes)
+std::string Raw(T value)
 {
-    T value{};
-    EXPECT_EQ(sizeof value, bytes.size());
-    std::memcpy(&value, bytes.data(), std::min(sizeof value, bytes.size()));
-    return std::to_string(value);
+    return {reinterpret_cast<const char*>(&value), sizeof value};
+}
+std::string Raw(const char* text)
+{
+    return text + std::string(1, '\0');
 }
 
 struct Info
@@ -226,28 +97,13 @@ void ExpectInfo(const std::vector<Info>& rows, Get get)
         unsigned long size = 0;
         ASSERT_EQ(0, get(row.command, &type, nullptr, &size));
         EXPECT_EQ(row.type, type);
-        ASSERT_GT(size, 0U);
-        std::vector<char> bytes(size);
+        ASSERT_EQ(row.value.size(), size);
+        std::string bytes(size, 'x');
         unsigned long less = size - 1;
         EXPECT_EQ(GC_ERR_BUFFER_TOO_SMALL, get(row.command, &type, bytes.data(), &less));
         EXPECT_EQ(size - 1, less);
         ASSERT_EQ(0, get(row.command, &type, bytes.data(), &size));
-        switch (row.type) {
-            case INFO_DATATYPE_STRING:
-                EXPECT_EQ(row.value + '\0', std::string(bytes.begin(), bytes.end()));
-                break;
-            case INFO_DATATYPE_INT32:
-                EXPECT_EQ(row.value, Printed<int>(bytes));
-                break;
-            case INFO_DATATYPE_UINT32:
-                EXPECT_EQ(row.value, Printed<unsigned>(bytes));
-                break;
-            case INFO_DATATYPE_INT64:
-                EXPECT_EQ(row.value, Printed<long>(bytes));
-                break;
-            default:
-                EXPECT_EQ(row.value, Printed<bool>(bytes));
-        }
+        EXPECT_EQ(row.value, bytes);
     }
 }
 
@@ -317,17 +173,28 @@ TEST_F(Modules, PortsDescribeThemselves)
         const auto getPort = [&](int command, int* type, void* buffer, unsigned long* size) {
             return module.GetPortInfo(command, type, buffer, size);
         };
-        const std::string values[] = {
-            port.id, "Norvo Imaging Inc", "GenTL Producer", "GEV", port.name, "1", "0", "1", "1", "0",
-            "0",     "0.1.43.0",          port.portName};
-        for (int command = 0; command < 13; ++command) {
-            const std::string& value = values[command];
+        const std::string texts[] = {port.id, "Norvo Imaging Inc", "GenTL Producer", "GEV", port.name};
+        for (int command = PORT_INFO_ID; command <= PORT_INFO_MODULE; ++command) {
             ExpectInfo(
                 {
-                    {command, value.size() == 1 ? INFO_DATATYPE_BOOL8 : INFO_DATATYPE_STRING, value}
+                    {command, INFO_DATATYPE_STRING, Raw(texts[command].c_str())}
             },
                 getPort);
         }
+        const bool flags[] = {true, false, true, true, false, false};
+        for (int i = 0; i < 6; ++i) {
+            ExpectInfo(
+                {
+                    {PORT_INFO_LITTLE_ENDIAN + i, INFO_DATATYPE_BOOL8, Raw(flags[i])}
+            },
+                getPort);
+        }
+        ExpectInfo(
+            {
+                {PORT_INFO_VERSION,  INFO_DATATYPE_STRING, Raw("0.1.43.0")           },
+                {PORT_INFO_PORTNAME, INFO_DATATYPE_STRING, Raw(port.portName.c_str())}
+        },
+            getPort);
         EXPECT_EQ(GC_ERR_INVALID_INDEX, getPort(13, nullptr, nullptr, nullptr));
 
         unsigned count = 0;
@@ -361,8 +228,8 @@ TEST_F(Modules, UrlInfoAnswersUrlAndSchemaOnly)
     };
     ExpectInfo(
         {
-            {URL_INFO_SCHEMA_VER_MAJOR, INFO_DATATYPE_INT32, "1"},
-            {URL_INFO_SCHEMA_VER_MINOR, INFO_DATATYPE_INT32, "0"},
+            {URL_INFO_SCHEMA_VER_MAJOR, INFO_DATATYPE_INT32, Raw(1)},
+            {URL_INFO_SCHEMA_VER_MINOR, INFO_DATATYPE_INT32, Raw(0)},
     },
         get);
     int type = -1;
@@ -386,61 +253,31 @@ TEST_F(Modules, UrlInfoAnswersUrlAndSchemaOnly)
     EXPECT_THAT(TakeStack(), SizeIs(2));
 }
 
-/// Knows every address but 0x200.
-class RegisterSystem : public System
-{
-public:
-    int ReadPort(unsigned long address, void* buffer, unsigned long* size) override
-    {
-        return Access('r', address, buffer, size);
-    }
-    int WritePort(unsigned long address, const void* buffer, unsigned long* size) override
-    {
-        return Access('w', address, buffer, size);
-    }
-    std::vector<std::tuple<char, unsigned long, const void*, unsigned long>> m_accesses;
-
-private:
-    int Access(char direction, unsigned long address, const void* buffer, unsigned long* size)
-    {
-        m_accesses.emplace_back(direction, address, buffer, *size);
-        *size = 4;
-        return address == 0x200 ? GC_ERR_INVALID_ADDRESS : 0;
-    }
-};
-
 TEST_F(Modules, StackedAccessStopsAtTheFirstFailure)
 {
-    using Stacked = int (System::*)(S_PORT_REGISTER_STACK_ENTRY*, unsigned long*);
-    const std::pair<char, Stacked> directions[] = {
-        {'r', &System::ReadPortStacked },
-        {'w', &System::WritePortStacked},
-    };
-    for (const auto& [direction, stacked] : directions) {
-        RegisterSystem system;
-        char data[3][8];
+    constexpr unsigned long kSelector = 0x1700;
+    for (const auto stacked : {GCWritePortStacked, GCReadPortStacked}) {
+        char data[3][16] = {"\1", "", ""};
         // The published entry is packed: a consumer's need not be aligned.
         char room[1 + 3 * sizeof(S_PORT_REGISTER_STACK_ENTRY)];
         auto* entries = reinterpret_cast<S_PORT_REGISTER_STACK_ENTRY*>(room + 1);
         for (unsigned i = 0; i < 3; ++i) {
-            entries[i] = {0x100UL * (i + 1), data[i], 8};
+            entries[i] = {i == 1 ? 0x1UL : kSelector, data[i], 16};
         }
         unsigned long count = 3;
-        EXPECT_EQ(GC_ERR_INVALID_ADDRESS, (system.*stacked)(entries, &count));
+        EXPECT_EQ(GC_ERR_INVALID_ADDRESS, stacked(m_hTL, entries, &count));
         EXPECT_EQ(3U, count);
-        EXPECT_THAT(system.m_accesses, ElementsAre(std::tuple(direction, 0x100UL, data[0], 8UL),
-                                                   std::tuple(direction, 0x200UL, data[1], 8UL)));
-        const unsigned long sizes[] = {entries[0].Size, entries[1].Size, entries[2].Size};
-        EXPECT_THAT(sizes, ElementsAre(4, 4, 8));
         EXPECT_THAT(TakeStack(), SizeIs(1));
+        const unsigned long sizes[] = {entries[0].Size, entries[1].Size, entries[2].Size};
+        EXPECT_THAT(sizes, ElementsAre(8, 16, 16));
+        EXPECT_EQ(1, data[0][0]) << "read as written; the third entry would have written 0";
+        EXPECT_EQ(0, data[2][0]);
 
-        count = 1;
-        EXPECT_EQ(0, (system.*stacked)(entries, &count));
-        EXPECT_THAT(system.m_accesses, SizeIs(3));
-        count = 0;
-        EXPECT_EQ(0, (system.*stacked)(entries, &count));
-        EXPECT_EQ(GC_ERR_INVALID_PARAMETER, (system.*stacked)(nullptr, &count));
-        EXPECT_EQ(GC_ERR_INVALID_PARAMETER, (system.*stacked)(entries, nullptr));
+        for (count = 0; count < 2; ++count) {
+            EXPECT_EQ(0, stacked(m_hTL, entries, &count));
+        }
+        EXPECT_EQ(GC_ERR_INVALID_PARAMETER, stacked(m_hTL, nullptr, &count));
+        EXPECT_EQ(GC_ERR_INVALID_PARAMETER, stacked(m_hTL, entries, nullptr));
     }
 }
 
@@ -450,38 +287,31 @@ TEST_F(Modules, NullArgumentsAreRefusedByName)
     ASSERT_EQ(0, iface.UpdateDeviceList(nullptr, 1));
     void* handle = nullptr;
     const char* id = m_hal.interfaces[0].c_str();
-    const struct
-    {
-        std::string function, text;
-        std::function<int()> call;
-    } calls[] = {
-        {"GetNumInterfaces",    "piNumIfaces==nullptr",  [&] { return m_system->GetNumInterfaces(nullptr); }           },
-        {"GetInterfaceID",      "piSize==nullptr",       [&] { return m_system->GetInterfaceID(0, nullptr, nullptr); } },
-        {"GetInterfaceInfo",    "sIfaceID==nullptr",
-         [&] { return m_system->GetInterfaceInfo(nullptr, 0, nullptr, nullptr, nullptr); }                             },
-        {"OpenInterface",       "sIfaceID==nullptr",
-         [&] { return m_system->OpenInterface(nullptr, m_hTL, &handle); }                                              },
-        {"OpenInterface",       "phIface==nullptr",      [&] { return m_system->OpenInterface(id, m_hTL, nullptr); }   },
-        {"UpdateInterfaceList", "input iTimeout==0",
-         [&] { return m_system->UpdateInterfaceList(nullptr, 0); }                                                     },
-        {"GetNumPortURLs",      "piNumURLs==nullptr",    [&] { return m_system->GetNumPortURLs(nullptr); }             },
-        {"GetPortURL",          "piSize==nullptr",       [&] { return m_system->GetPortURL(nullptr, nullptr); }        },
-        {"GetNumPortURLs",      "piNumURLs==nullptr",    [&] { return iface.GetNumPortURLs(nullptr); }                 },
-        {"GetParentTL",         "pParentTL==nullptr",    [&] { return iface.GetParentTL(nullptr); }                    },
-        {"GetNumDevices",       "piNumDevices==nullptr", [&] { return iface.GetNumDevices(nullptr); }                  },
-        {"GetDeviceID",         "piSize==nullptr",       [&] { return iface.GetDeviceID(0, nullptr, nullptr); }        },
-        {"GetDeviceInfo",       "sDeviceID==nullptr",
-         [&] { return iface.GetDeviceInfo(nullptr, 0, nullptr, nullptr, nullptr); }                                    },
-        {"OpenDevice",          "sDeviceID==nullptr",    [&] { return iface.OpenDevice(nullptr, 3, &handle, nullptr); }},
-        {"OpenDevice",          "pDevHandle==nullptr",   [&] { return iface.OpenDevice("CAM1", 3, nullptr, nullptr); } },
-        {"UpdateDeviceList",    "input iTimeout==0",     [&] { return iface.UpdateDeviceList(nullptr, 0); }            },
-        {"ForceIp",             "mac==0",                [&] { return iface.ForceIp(0, 1, 1, 1); }                     },
-        {"ForceIp",             "ip==0",                 [&] { return iface.ForceIp(1, 0, 1, 1); }                     },
-        {"ForceIp",             "subnet==0",             [&] { return iface.ForceIp(1, 1, 0, 1); }                     },
+    unsigned long size = 0;
+    const std::pair<const char*, std::function<int()>> calls[] = {
+        {"piNumIfaces==nullptr",  [&] { return m_system->GetNumInterfaces(nullptr); }                     },
+        {"piSize==nullptr",       [&] { return m_system->GetInterfaceID(0, nullptr, nullptr); }           },
+        {"sIfaceID==nullptr",
+         [&] { return m_system->GetInterfaceInfo(nullptr, 0, nullptr, nullptr, &size); }                  },
+        {"sIfaceID==nullptr",     [&] { return m_system->OpenInterface(nullptr, m_hTL, &handle); }        },
+        {"phIface==nullptr",      [&] { return m_system->OpenInterface(id, m_hTL, nullptr); }             },
+        {"input iTimeout==0",     [&] { return m_system->UpdateInterfaceList(nullptr, 0); }               },
+        {"piNumURLs==nullptr",    [&] { return m_system->GetNumPortURLs(nullptr); }                       },
+        {"piSize==nullptr",       [&] { return m_system->GetPortURL(nullptr, nullptr); }                  },
+        {"pParentTL==nullptr",    [&] { return iface.GetParentTL(nullptr); }                              },
+        {"piNumDevices==nullptr", [&] { return iface.GetNumDevices(nullptr); }                            },
+        {"sDeviceID==nullptr",    [&] { return iface.GetDeviceInfo(nullptr, 0, nullptr, nullptr, &size); }},
+        {"sDeviceID==nullptr",    [&] { return iface.OpenDevice(nullptr, 3, &handle, nullptr); }          },
+        {"pDevHandle==nullptr",   [&] { return iface.OpenDevice("CAM1", 3, nullptr, nullptr); }           },
+        {"input iTimeout==0",     [&] { return iface.UpdateDeviceList(nullptr, 0); }                      },
+        {"mac==0",                [&] { return iface.ForceIp(0, 1, 1, 1); }                               },
+        {"ip==0",                 [&] { return iface.ForceIp(1, 0, 1, 1); }                               },
+        {"subnet==0",             [&] { return iface.ForceIp(1, 1, 0, 1); }                               },
     };
-    TakeStack();
-    for (const auto& row : calls) {
-        ExpectRaised(GC_ERR_INVALID_PARAMETER, row.call(), row.function, row.text);
+    for (const auto& [text, call] : calls) {
+        TakeStack();
+        EXPECT_EQ(GC_ERR_INVALID_PARAMETER, call());
+        EXPECT_THAT(TakeStack().at(0).text, EndsWith(std::string(": ") + text));
     }
     EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_system->GetActionCommandDeviceKey(nullptr));
     EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_system->SetActionCommandExecuteTime(nullptr));
@@ -494,9 +324,9 @@ TEST_F(Modules, InterfacesAreFoundByIndexAndId)
     };
     ExpectInfo(
         {
-            {INTERFACE_INFO_ID,          INFO_DATATYPE_STRING, "00000a000001"                       },
-            {INTERFACE_INFO_DISPLAYNAME, INFO_DATATYPE_STRING, "GigE Interface ( MAC:00000a000001 )"},
-            {INTERFACE_INFO_TLTYPE,      INFO_DATATYPE_STRING, "GEV"                                },
+            {INTERFACE_INFO_ID,          INFO_DATATYPE_STRING, Raw("00000a000001")                       },
+            {INTERFACE_INFO_DISPLAYNAME, INFO_DATATYPE_STRING, Raw("GigE Interface ( MAC:00000a000001 )")},
+            {INTERFACE_INFO_TLTYPE,      INFO_DATATYPE_STRING, Raw("GEV")                                },
     },
         getSystem);
     for (const int command : {1001, 1002, 1003}) {
@@ -527,12 +357,8 @@ TEST_F(Modules, InterfacesAreFoundByIndexAndId)
     InterfaceGev& iface = ToInterface(OpenInterface(1));
     ExpectInfo(
         {
-            {INTERFACE_INFO_ID,                    INFO_DATATYPE_STRING, "00000a000001"                       },
-            {INTERFACE_INFO_DISPLAYNAME,           INFO_DATATYPE_STRING, "GigE Interface ( MAC:00000a000001 )"},
-            {INTERFACE_INFO_TLTYPE,                INFO_DATATYPE_STRING, "GEV"                                },
-            {INTERFACE_INFO_GEV_MAC_ADDRESS,       INFO_DATATYPE_INT64,  std::to_string(0x0102030405FF)       },
-            {INTERFACE_INFO_GEV_SUBNET_IP_ADDRESS, INFO_DATATYPE_INT64,  std::to_string(0xC0A80101)           },
-            {INTERFACE_INFO_GEV_SUBNET_MASK,       INFO_DATATYPE_INT64,  std::to_string(0xFFFFFF00)           },
+            {INTERFACE_INFO_TLTYPE,          INFO_DATATYPE_STRING, Raw("GEV")          },
+            {INTERFACE_INFO_GEV_MAC_ADDRESS, INFO_DATATYPE_INT64,  Raw(0x0102030405FFL)},
     },
         [&](int command, int* type, void* buffer, unsigned long* answer) {
             return iface.GetInfo(command, type, buffer, answer);
@@ -555,8 +381,6 @@ TEST_F(Modules, InterfaceListChangesByContentNotByOrder)
     } updates[] = {
         {{"00000a000001", "0000c0a80101"}, false},
         {{"00000a000001", "00000a000001"}, true },
-        {{"00000a000001"},                 true },
-        {{"00000a000001"},                 false},
         {{},                               true },
     };
     for (const auto& update : updates) {
@@ -648,8 +472,7 @@ TEST_F(Modules, DeviceListFollowsDiscoveryAndLeavesOpenDevicesAlone)
     } updates[] = {
         {{{"CAM1", 1}, {"CAM2", 2}}, true },
         {{{"CAM2", 2}, {"CAM1", 1}}, false},
-        {{{"CAM2", 1}, {"CAM1", 2}}, true },
-        {{{"CAM2", 1}, {"CAM1", 3}}, true },
+        {{{"CAM2", 2}, {"CAM1", 3}}, true },
         {{{"CAM1", 3}},              true },
     };
     int device = 0;
@@ -712,48 +535,38 @@ TEST_F(Modules, DeviceInfoComesFromTheRecord)
     };
     ExpectInfo(
         {
-            {DEVICE_INFO_ID,                       INFO_DATATYPE_STRING, "serial CAM1"                 },
-            {DEVICE_INFO_VENDOR,                   INFO_DATATYPE_STRING, "vendor CAM1"                 },
-            {DEVICE_INFO_MODEL,                    INFO_DATATYPE_STRING, "model CAM1"                  },
-            {DEVICE_INFO_TLTYPE,                   INFO_DATATYPE_STRING, "GEV"                         },
-            {DEVICE_INFO_DISPLAYNAME,              INFO_DATATYPE_STRING, "model CAM1 ( serial CAM1 ) " },
-            {DEVICE_INFO_USER_DEFINED_NAME,        INFO_DATATYPE_STRING, "user CAM1"                   },
-            {DEVICE_INFO_SERIAL_NUMBER,            INFO_DATATYPE_STRING, "serial CAM1"                 },
-            {DEVICE_INFO_VERSION,                  INFO_DATATYPE_STRING, "version CAM1"                },
-            {DEVICE_INFO_GEV_IP_ADDRESS,           INFO_DATATYPE_UINT32, std::to_string(0xC0A80105)    },
-            {DEVICE_INFO_GEV_SUBNET_MASK,          INFO_DATATYPE_UINT32, std::to_string(0xFFFF0000)    },
-            {DEVICE_INFO_GEV_MAC_ADDRESS,          INFO_DATATYPE_INT64,  std::to_string(0xFFEEDDCCBBAA)},
-            {DEVICE_INFO_GEV_DEFAULT_GATEWAY,      INFO_DATATYPE_UINT32, std::to_string(0xC0A801FE)    },
-            {DEVICE_INFO_GEV_CONFIG_DHCP,          INFO_DATATYPE_BOOL8,  "1"                           },
-            {DEVICE_INFO_GEV_CONFIG_PERSISTENT_IP, INFO_DATATYPE_BOOL8,  "0"                           },
-            {DEVICE_INFO_GEV_CONFIG_LLA,           INFO_DATATYPE_BOOL8,  "1"                           },
+            {DEVICE_INFO_TLTYPE,                   INFO_DATATYPE_STRING, Raw("GEV")                        },
+            {DEVICE_INFO_DISPLAYNAME,              INFO_DATATYPE_STRING, Raw("model CAM1 ( serial CAM1 ) ")},
+            {DEVICE_INFO_SERIAL_NUMBER,            INFO_DATATYPE_STRING, Raw("serial CAM1")                },
+            {DEVICE_INFO_VERSION,                  INFO_DATATYPE_STRING, Raw("version CAM1")               },
+            {DEVICE_INFO_GEV_IP_ADDRESS,           INFO_DATATYPE_UINT32, Raw(0xC0A80105)                   },
+            {DEVICE_INFO_GEV_MAC_ADDRESS,          INFO_DATATYPE_INT64,  Raw(0xFFEEDDCCBBAA)               },
+            {DEVICE_INFO_GEV_DEFAULT_GATEWAY,      INFO_DATATYPE_UINT32, Raw(0xC0A801FE)                   },
+            {DEVICE_INFO_GEV_CONFIG_DHCP,          INFO_DATATYPE_BOOL8,  Raw(true)                         },
+            {DEVICE_INFO_GEV_CONFIG_PERSISTENT_IP, INFO_DATATYPE_BOOL8,  Raw(false)                        },
+            {DEVICE_INFO_GEV_CONFIG_LLA,           INFO_DATATYPE_BOOL8,  Raw(true)                         },
     },
         get);
     m_hal.serialCode = GC_ERR_INVALID_ID;
     ExpectInfo(
         {
-            {DEVICE_INFO_DISPLAYNAME, INFO_DATATYPE_STRING, "model CAM1 ( Unknown Serial Number ) "},
+            {DEVICE_INFO_DISPLAYNAME, INFO_DATATYPE_STRING, Raw("model CAM1 ( Unknown Serial Number ) ")},
     },
         get);
     m_hal.recordCode = GC_ERR_INVALID_ID;
-    const struct
-    {
-        int command, code;
-        std::string name;
-    } refused[] = {
-        {DEVICE_INFO_ID,                  GC_ERR_INVALID_ID,      "DEVICE_INFO_ID"                 },
-        {DEVICE_INFO_DISPLAYNAME,         GC_ERR_INVALID_ID,      "DEVICE_INFO_DISPLAYNAME"        },
-        {DEVICE_INFO_GEV_IP_ADDRESS,      GC_ERR_INVALID_ID,      "DEVICE_INFO_GEV_IP_ADDRESS"     },
-        {DEVICE_INFO_GEV_MAC_ADDRESS,     GC_ERR_INVALID_ID,      "DEVICE_INFO_GEV_MAC_ADDRESS"    },
-        {DEVICE_INFO_GEV_CONFIG_LLA,      GC_ERR_INVALID_ID,      "DEVICE_INFO_GEV_CONFIG_LLA"     },
-        {DEVICE_INFO_ACCESS_STATUS,       GC_ERR_NOT_IMPLEMENTED, "DEVICE_INFO_ACCESS_STATUS"      },
-        {DEVICE_INFO_TIMESTAMP_FREQUENCY, GC_ERR_NOT_IMPLEMENTED, "DEVICE_INFO_TIMESTAMP_FREQUENCY"},
-        {DEVICE_INFO_IS_CONNECTED,        GC_ERR_NOT_AVAILABLE,   "DEVICE_INFO_IS_CONNECTED"       },
-    };
     TakeStack();
-    for (const auto& row : refused) {
-        ExpectRaised(row.code, get(row.command, nullptr, nullptr, nullptr), "GetDeviceInfo",
-                     "GenTL::" + row.name + " is not implemented");
+    ExpectRaised(GC_ERR_INVALID_ID, get(DEVICE_INFO_ID, nullptr, nullptr, nullptr), "GetDeviceInfo",
+                 "GenTL::DEVICE_INFO_ID is not implemented");
+    const std::pair<int, int> refused[] = {
+        {DEVICE_INFO_DISPLAYNAME,     GC_ERR_INVALID_ID     },
+        {DEVICE_INFO_GEV_IP_ADDRESS,  GC_ERR_INVALID_ID     },
+        {DEVICE_INFO_GEV_MAC_ADDRESS, GC_ERR_INVALID_ID     },
+        {DEVICE_INFO_GEV_CONFIG_LLA,  GC_ERR_INVALID_ID     },
+        {DEVICE_INFO_ACCESS_STATUS,   GC_ERR_NOT_IMPLEMENTED},
+        {DEVICE_INFO_IS_CONNECTED,    GC_ERR_NOT_AVAILABLE  },
+    };
+    for (const auto& [command, code] : refused) {
+        EXPECT_EQ(code, get(command, nullptr, nullptr, nullptr)) << command;
     }
     EXPECT_EQ(GC_ERR_INVALID_INDEX, get(1001, nullptr, nullptr, nullptr));
 }
@@ -830,8 +643,8 @@ TEST_F(Modules, AnUnnamedInterfaceWorksAndABareOneRefuses)
     InterfaceGev& iface = ToInterface(OpenInterface());
     ExpectInfo(
         {
-            {INTERFACE_INFO_ID,          INFO_DATATYPE_STRING, "Failed to Get InterfaceId"    },
-            {INTERFACE_INFO_DISPLAYNAME, INFO_DATATYPE_STRING, "GigEInterface ( unknown MAC )"},
+            {INTERFACE_INFO_ID,          INFO_DATATYPE_STRING, Raw("Failed to Get InterfaceId")    },
+            {INTERFACE_INFO_DISPLAYNAME, INFO_DATATYPE_STRING, Raw("GigEInterface ( unknown MAC )")},
     },
         [&](int command, int* type, void* buffer, unsigned long* size) {
             return iface.GetInfo(command, type, buffer, size);
@@ -855,30 +668,19 @@ TEST(Registry, KnowsEachDeviceOnce)
     int a = 0, b = 0, cam = 0;
     EXPECT_EQ(0, registry.AddInterfaceEntry("B", &b));
     EXPECT_EQ(0, registry.AddInterfaceEntry("A", &a));
-    TakeStack();
-    ExpectRaised(GC_ERR_RESOURCE_IN_USE, registry.AddInterfaceEntry("A", &b), "AddInterfaceEntry",
-                 "interface ID=A is already open");
+    EXPECT_EQ(GC_ERR_RESOURCE_IN_USE, registry.AddInterfaceEntry("A", &b));
     EXPECT_EQ(&a, registry.PeekInterfaceEntry("A").handle);
-    EXPECT_THAT(registry.AllInterfaceIDs(), ElementsAre("A", "B"));
-
     EXPECT_EQ(0, registry.AddDeviceEntry("A", "CAM", &cam));
-    ExpectRaised(GC_ERR_RESOURCE_IN_USE, registry.AddDeviceEntry("B", "CAM", &cam), "AddDeviceEntry",
-                 "device ID=CAM is already open");
-    ExpectRaised(GC_ERR_INVALID_ID, registry.AddDeviceEntry("C", "CAM", &cam), "AddDeviceEntry",
-                 "interface ID=C not found in the registry of opened interfaces");
-    EXPECT_FALSE(registry.IsDeviceAlreadyOpen("CA"));
+    EXPECT_EQ(GC_ERR_RESOURCE_IN_USE, registry.AddDeviceEntry("B", "CAM", &cam));
     EXPECT_EQ(nullptr, registry.PopDeviceEntry("CA").handle);
-
     // Peek keeps, pop forgets.
     EXPECT_EQ("CAM", registry.PeekDeviceEntry("CAM").id);
     EXPECT_EQ(&cam, registry.PopDeviceEntry("CAM").handle);
     EXPECT_EQ(nullptr, registry.PopDeviceEntry("CAM").handle);
-    EXPECT_EQ(0, registry.AddDeviceEntry("B", "CAM", &cam));
-
     // An interface takes its devices with it.
+    EXPECT_EQ(0, registry.AddDeviceEntry("B", "CAM", &cam));
     EXPECT_THAT(registry.PopInterfaceEntry("B").devices, SizeIs(1));
     EXPECT_FALSE(registry.IsDeviceAlreadyOpen("CAM"));
-    EXPECT_FALSE(registry.IsInterfaceAlreadyOpen("B"));
     EXPECT_EQ(nullptr, registry.PopInterfaceEntry("B").handle);
     EXPECT_EQ(GC_ERR_INVALID_ID, registry.AddDeviceEntry("B", "CAM", &cam));
 
@@ -932,47 +734,6 @@ TEST(PortUrlOfAFile, TellsTheSizeItNeeds)
     EXPECT_EQ(url.size() + 1, size);
     EXPECT_EQ(url + '\0' + '\0' + 'x', std::string(text.begin(), text.end()));
     EXPECT_EQ(GC_ERR_INVALID_PARAMETER, GetGenTLPortURL("a.xml", nullptr, nullptr));
-}
-
-TEST(ActionCommands, GoOutOfEveryRunningAdapter)
-{
-    const sim::TestNet net;
-    // The kernel reports a new cable a moment after its ends are up, and an adapter that isn't running is
-    // left out.
-    net.RunOnHost(std::string("for i in $(seq 100); do ip link show ") + sim::TestNet::kHostInterface +
-                  " | grep -q 'state UP' && exit 0; sleep 0.02; done; exit 1");
-    sim::Descriptor camera;
-    sim::RunInNamespace(net.CameraFile(), [&] {
-        camera.Reset(socket(AF_INET, SOCK_DGRAM, 0));
-        const timeval patience{2, 0};
-        setsockopt(camera.Get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(kGvcpPort);
-        ASSERT_EQ(0, bind(camera.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address));
-    });
-    const struct
-    {
-        std::uint32_t target;
-        std::uint64_t time;
-        std::string datagram;
-    } commands[] = {
-        {ntohl(inet_addr(net.CameraAddress().c_str())), 0,
-         std::string("\x42\x01\x01\x00\x00\x00\xFF\xFF\x01\x02\x03\x04\x11\x12\x13\x14\x21\x22\x23\x24", 20)},
-        {0xFFFFFFFF,                                    0x8182838485868788,
-         std::string("\x42\x81\x01\x00\x00\x00\xFF\xFF\x01\x02\x03\x04\x11\x12\x13\x14\x21\x22\x23\x24"
-                     "\x81\x82\x83\x84\x85\x86\x87\x88",                                                 28)},
-    };
-    for (const auto& command : commands) {
-        sim::RunInNamespace(net.HostFile(), [&] {
-            EXPECT_EQ(0, System().SendActionCommand(0x01020304, 0x11121314, 0x21222324, command.target,
-                                                    command.time));
-        });
-        char datagram[64];
-        const ssize_t size = recv(camera.Get(), datagram, sizeof datagram, 0);
-        ASSERT_GT(size, 0);
-        EXPECT_EQ(command.datagram, std::string(datagram, static_cast<std::size_t>(size)));
-    }
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 /// The register map behind the DataStream module's port.
+#include "LogListener.h"
 #include "RegisterTest.h"
 #include "frame/Error.h"
 #include "gev/HALGev.h"
@@ -7,14 +8,9 @@
 #include "xml/LocalXml.h"
 
 #include <gmock/gmock.h>
-#include <nlohmann/json.hpp>
-
-#include <arpa/inet.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
-#include <fstream>
 #include <memory>
 #include <string>
 
@@ -72,29 +68,14 @@ class StreamRegisters : public RegisterTest
 protected:
     void SetUp() override
     {
-        sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-        socklen_t length = sizeof address;
-        auto* pAddress = reinterpret_cast<sockaddr*>(&address);
-        ASSERT_EQ(0, bind(m_socket, pAddress, length) | getsockname(m_socket, pAddress, &length));
-        std::ofstream("norvo_log.conf") << R"({"levels": {"gentl": 200, "hal": 100}, "ports": {"hal_out": 1,)"
-                                        << R"("vesta_in": 1, "zt_in": 1, "gentl_in": 1, "gentl_out": )"
-                                        << ntohs(address.sin_port) << "}}";
+        WriteLogConfig(m_listener.Port(), 200);
         m_log = std::make_unique<GLogger>();
         ASSERT_EQ(0, m_stream.Open(nullptr));
         ErrorCache::GetErrorCache()->Clear();
     }
-    ~StreamRegisters() override { close(m_socket); }
-
     IBaseModule& Port() override { return static_cast<IDataStream&>(m_stream); }
-    /// What was logged, or nothing.
-    std::string Logged() const
-    {
-        char text[2048];
-        const ssize_t got = recv(m_socket, text, sizeof text, MSG_DONTWAIT);
-        return got < 0 ? "" : nlohmann::json::parse(text, text + got).at("message").get<std::string>();
-    }
 
-    int m_socket = socket(AF_INET, SOCK_DGRAM, 0);
+    LogListener m_listener;
     std::unique_ptr<GLogger> m_log;
     HALGev m_control;
     Stream m_stream{&m_control};
@@ -154,7 +135,8 @@ TEST_F(StreamRegisters, OtherSettingsNeedAnOpenStreamThatIsStopped)
     Expect(0x1200, 1, 1);
     for (const auto& row : kRefusals) {
         EXPECT_EQ("-1004:8", Write(row.address, 1));
-        EXPECT_EQ(std::string("StreamRegImpl::") + row.words + " while streaming: -1004", Logged());
+        EXPECT_EQ(std::string("StreamRegImpl::") + row.words + " while streaming: -1004",
+                  m_listener.NextMessage());
         Expect(row.address, row.value, row.size);
     }
     EXPECT_EQ("0:8", Write(0x2400, 1));

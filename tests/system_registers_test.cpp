@@ -1,8 +1,7 @@
 /// The register map behind the System module's port.
 #include "RegisterTest.h"
+#include "ScriptedHal.h"
 #include "frame/Error.h"
-#include "gev/GvcpCommand.h"
-#include "gev/HALGev.h"
 #include "modules/FileUtility.h"
 #include "modules/System.h"
 #include "modules/ThreadPriority.h"
@@ -49,17 +48,6 @@ constexpr unsigned long kUnknown[] = {
 };
 // clang-format on
 
-/// Lists what the test says. The System deletes it.
-class FakeHal : public HALGev
-{
-public:
-    explicit FakeHal(const std::vector<std::string>& ids) : m_ids(ids) {}
-    int GetInterfaces(std::vector<std::string>& ids) override { return ids = m_ids, 0; }
-
-private:
-    const std::vector<std::string>& m_ids;
-};
-
 class SystemRegisters : public RegisterTest
 {
 protected:
@@ -71,8 +59,8 @@ protected:
     void TearDown() override { m_system.Close(); }
     IBaseModule& Port() override { return static_cast<ISystem&>(m_system); }
 
-    std::vector<std::string> m_interfaces = {"0000c0a80101", "00000a000001"};
-    System m_system{new FakeHal(m_interfaces)};
+    HalScript m_hal;
+    System m_system{new ScriptedHal(m_hal)};
 };
 
 TEST_F(SystemRegisters, NumbersHaveTheBytesOfTheirType)
@@ -139,7 +127,7 @@ TEST_F(SystemRegisters, SelectorStaysWithinTheListItWasSetFor)
     }
 
     // The list shrinks; nobody moves the selector.
-    m_interfaces.clear();
+    m_hal.interfaces.clear();
     EXPECT_EQ("0:8", Write(0x1600, 0));
     Expect(0x1700, 1);
     Expect(0x1703, 0, 4);
@@ -182,6 +170,8 @@ TEST_F(SystemRegisters, ActionCommandIsSentAsWritten)
     }
 
     const sim::TestNet net;
+    // The kernel reports a new cable a moment after its ends are up, and an adapter that isn't running is
+    // left out.
     net.RunOnHost(std::string("for i in $(seq 100); do ip link show ") + sim::TestNet::kHostInterface +
                   " | grep -q 'state UP' && exit 0; sleep 0.02; done; exit 1");
     sim::Descriptor camera;
@@ -192,12 +182,21 @@ TEST_F(SystemRegisters, ActionCommandIsSentAsWritten)
         const sockaddr_in address{AF_INET, htons(kGvcpPort), {}, {}};
         ASSERT_EQ(0, bind(camera.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address));
     });
-    sim::RunInNamespace(net.HostFile(), [&] { EXPECT_EQ("0:8", Write(0x4000, 0)); });
-    char datagram[64];
-    ASSERT_EQ(28, recv(camera.Get(), datagram, sizeof datagram, 0));
-    EXPECT_EQ(
-        std::string("\x01\x02\x03\x04\x01\x02\x03\x05\x01\x02\x03\x06\x81\x82\x83\x84\x01\x02\x03\x07", 20),
-        std::string(datagram + 8, 20));
+    const std::string keys("\x01\x02\x03\x04\x01\x02\x03\x05\x01\x02\x03\x06", 12);
+    const std::string commands[] = {
+        std::string("\x42\x81\x01\x00\x00\x00\xFF\xFF", 8) + keys + "\x81\x82\x83\x84\x01\x02\x03\x07",
+        std::string("\x42\x01\x01\x00\x00\x00\xFF\xFF", 8) + keys,
+    };
+    for (const std::string& command : commands) {
+        sim::RunInNamespace(net.HostFile(), [&] { EXPECT_EQ("0:8", Write(0x4000, 0)); });
+        char datagram[64];
+        const ssize_t size = recv(camera.Get(), datagram, sizeof datagram, 0);
+        ASSERT_GT(size, 0);
+        EXPECT_EQ(command, std::string(datagram, static_cast<std::size_t>(size)));
+        // The next one goes to one camera, at once.
+        Write(0x4500, ntohl(inet_addr(net.CameraAddress().c_str())));
+        Write(0x4600, 0);
+    }
 }
 
 }  // namespace
