@@ -19,8 +19,6 @@ using testing::MatchesRegex;
 
 namespace {
 
-constexpr unsigned long kXml = 0xF0F00000;
-
 // clang-format off
 /// What the stream below answers, and how many bytes of it.
 constexpr struct { unsigned long address, value, size; } kValues[] = {
@@ -86,33 +84,10 @@ TEST_F(StreamRegisters, AnswerAsManyBytesAsTheirTypeHas)
     EXPECT_EQ("0:8", Write(0x0400, 2));
     for (const auto& row : kValues) {
         Expect(row.address, row.value, row.size);
-        EXPECT_THAT(Read(row.address, row.size - 1), MatchesRegex("-1016:.*")) << row.address;
-        EXPECT_EQ(std::string(8, '\xEE'), m_bytes);
     }
-    EXPECT_EQ("0:2", Read(0x0100, 512));
-    EXPECT_EQ("7" + std::string(511, '\0'), m_bytes);
-    EXPECT_THAT(Read(0x0100, 1), MatchesRegex("-1016:1 SetInfo.*"));
-    unsigned long length = 200;
-    char url[200];
-    ASSERT_EQ(0, m_stream.GetPortURL(url, &length));
-    ASSERT_EQ(1, sscanf(url, "local:%*[^;];F0F00000;%lX?", &length));
-    EXPECT_EQ("0:" + std::to_string(length + 1), Read(kXml, length + 1));
-    EXPECT_EQ(std::string(kStreamXml) + '\xEE', m_bytes) << "not a byte more than the URL says";
-}
-
-TEST_F(StreamRegisters, OnlyTheSettingsCanBeWritten)
-{
-    for (const unsigned long address : {0x0ul, 0x0101ul, 0x2000ul, 0x2200ul, kXml + 1, 0x1F0F00000ul}) {
-        EXPECT_EQ("-1015:8 default", Read(address)) << address;
-        EXPECT_EQ("-1005:8 default", Write(address, 0)) << address;
-    }
-    for (unsigned long address = 0x0100; address < 0x1900; address += 0x100) {
-        EXPECT_EQ(address == 0x0400 ? "0:8" : "-1005:8 default", Write(address, 0)) << address;
-    }
-    EXPECT_EQ("-1005:8 default", Write(kXml, 0));
-    unsigned long size = 8;
-    EXPECT_EQ("-1009:8 default", Outcome(m_stream.ReadPort(0x0400, nullptr, &size), size));
-    EXPECT_EQ("-1009:8 default", Outcome(m_stream.WritePort(0x0400, &size, nullptr), size));
+    ExpectText(0x0100, "7");
+    ExpectDescription("DataStream", kStreamXml);
+    ExpectRefusals<StreamReg>("-1005");
 }
 
 TEST_F(StreamRegisters, SettingsKeepWhatFits)
