@@ -96,8 +96,7 @@ public:
     /// Waits for what an unacknowledged command sent.
     Bytes WaitForOne()
     {
-        const auto end = Clock::now() + std::chrono::seconds(5);
-        while (Received().empty() && Clock::now() < end) {
+        for (int i = 0; i < 5000 && Received().empty(); ++i) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
         const auto received = Received();
