@@ -1,4 +1,4 @@
-/// The discovery record of the camera that the tests without a wire look at.
+/// The discovery record of the camera that the tests of the control layer and of the device look at.
 #pragma once
 
 #include "gev/Handles.h"
