@@ -98,8 +98,6 @@ TEST_F(DeviceRegisters, OtherAccessesAreRefused)
     EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, m_device.GetPortURLInfo(0, URL_INFO_URL, nullptr, nullptr, nullptr));
     EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, m_device.ReadPortStacked(nullptr, nullptr));
     EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, m_device.WritePortStacked(nullptr, nullptr));
-    EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, m_device.RegisterEvent(EVENT_REMOTE_DEVICE, nullptr));
-    EXPECT_EQ(GC_ERR_NOT_AVAILABLE, m_device.UnregisterEvent(EVENT_REMOTE_DEVICE));
 }
 
 // A selector that is refused stays all the same, and the streams have no names until it is set right.
