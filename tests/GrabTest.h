@@ -4,7 +4,7 @@
 #include "frame/GenTL.h"
 #include "gev/HALGev.h"
 #include "stream/DataStreamGev.h"
-#include "stream/IHALGvsp.h"
+#include "stream/HALGvsp.h"
 #include "stream/StreamStartParams.h"
 
 #include <gtest/gtest.h>
@@ -24,7 +24,7 @@ namespace GenTL {
 using Bytes = std::vector<unsigned char>;
 
 /// A stream HAL that hands out datagrams as a socket does, overhang cut off.
-class ScriptedHal : public IHALGvsp
+class ScriptedHal : public HALGvsp
 {
 public:
     std::uint32_t packetSize = 0;
@@ -94,22 +94,12 @@ public:
         dataLength = static_cast<int>(isCut && !answersTooSmall ? inHeader + inData : datagram.size());
         return isCut && answersTooSmall ? GC_ERR_BUFFER_TOO_SMALL : GC_ERR_SUCCESS;
     }
-    DriverType GetDriverType() const override { return kDriverUdpSocket; }
-    int SetDriverType(DriverType) override { return GC_ERR_SUCCESS; }
     int ConfigureExtendedId(IHALGev*, void*, bool, bool& isExtended) override
     {
         isExtended = extended;
         return GC_ERR_SUCCESS;
     }
     int GetCameraPacketResendSupport(IHALGev*, void*, bool&) override { return GC_ERR_SUCCESS; }
-    int SetupLwfDriverBuffers(unsigned) override { return GC_ERR_NOT_IMPLEMENTED; }
-    int QueueImageBufferInLwfDriver(GenTLHandle*) override { return GC_ERR_NOT_IMPLEMENTED; }
-    int WaitForNextLeader(unsigned long) override { return GC_ERR_NOT_IMPLEMENTED; }
-    int ResetWaitForNextLeader() override { return GC_ERR_NOT_IMPLEMENTED; }
-    int GetNextPacketLwf(char***, int&, unsigned long) override { return GC_ERR_NOT_IMPLEMENTED; }
-    int GetNextPacketLwfRingBuffer(char**, int&, unsigned long) override { return GC_ERR_NOT_IMPLEMENTED; }
-    int QueuePacketBufferLwf(LwfBuffer*) override { return GC_ERR_NOT_IMPLEMENTED; }
-    int QueuePacketBufferLwfRingBuffer() override { return GC_ERR_NOT_IMPLEMENTED; }
 
 private:
     std::mutex m_mutex;
@@ -259,10 +249,9 @@ protected:
     void* Announce(std::size_t size = kImageSize)
     {
         memories.push_back({Bytes(size + kGuardSize, kGuard), nullptr});
-        Memory& memory = memories.back();
-        EXPECT_EQ(GC_ERR_SUCCESS,
-                  stream->AnnounceBuffer(memory.bytes.data(), size, nullptr, &memory.hBuffer));
-        return memory.hBuffer;
+        auto& [bytes, hBuffer] = memories.back();
+        EXPECT_EQ(GC_ERR_SUCCESS, stream->AnnounceBuffer(bytes.data(), size, nullptr, &hBuffer));
+        return hBuffer;
     }
     void* AnnounceAndQueue(std::size_t size = kImageSize)
     {
@@ -294,17 +283,13 @@ protected:
         hal->Feed(datagrams);
         hal->AwaitDrained();
     }
-    void* Next(unsigned long timeoutMs = 20000)
+    void* Next()
     {
         void* hBuffer = nullptr;
-        EXPECT_EQ(GC_ERR_SUCCESS, stream->WaitOnNewBuffer(&hBuffer, timeoutMs));
+        EXPECT_EQ(GC_ERR_SUCCESS, stream->WaitOnNewBuffer(&hBuffer, 20000));
         return hBuffer;
     }
-    bool NothingWaits()
-    {
-        void* hBuffer = nullptr;
-        return stream->WaitOnNewBuffer(&hBuffer, 0) == GC_ERR_TIMEOUT;
-    }
+    bool NothingWaits() const { return Info(STREAM_INFO_NUM_AWAIT_DELIVERY) == 0; }
 
     template <typename T = std::uint64_t>
     T Info(int command) const
@@ -349,6 +334,10 @@ protected:
         EXPECT_EQ(incomplete, Info(kTotalIncompleteImages));
     }
 
+    void SetMode(std::int64_t mode)
+    {
+        EXPECT_EQ(GC_ERR_SUCCESS, stream->SetInfo(kHandlingMode, INFO_DATATYPE_INT64, &mode, sizeof mode));
+    }
     /// Packets of all kinds in both forms, cut short, with extreme ids and lengths: nothing outside the
     /// buffers is touched, and the next run is in step.
     void SurviveHostilePackets();

@@ -69,22 +69,20 @@ const Bytes kStandardTrailer = {
 };
 // clang-format on
 
-struct HeaderCase
-{
-    const char* name;
-    const Bytes& packet;
-    ParsedGvspHeader expected;
-};
-
 TEST(GvspHeader, ReadsBothForms)
 {
-    const HeaderCase cases[] = {
+    const struct
+    {
+        const char* name;
+        const Bytes& packet;
+        ParsedGvspHeader expected;
+    } cases[] = {
         {"standard leader",  kStandardLeader,  {0, 0x1234, 0, 1, 0, 0x1234}                   },
         {"extended leader",  kExtendedLeader,  {0, 0xABCD, 1, 1, 0, 0x1122334455667788}       },
         {"extended payload", kExtendedPayload, {0x100, 0, 1, 3, 0x80000002, ~std::uint64_t{0}}},
         {"standard trailer", kStandardTrailer, {0, 0xFFFF, 0, 2, 0xABCDEF, 0xFFFF}            },
     };
-    for (const HeaderCase& c : cases) {
+    for (const auto& c : cases) {
         const ParsedGvspHeader header = HeaderOf(Readable(c.packet));
         EXPECT_EQ(0, std::memcmp(&header, &c.expected, sizeof header)) << c.name;
     }
@@ -103,18 +101,14 @@ TEST(BlockIds, AreOrderedAcrossTheWrap)
         bool extended;
         BlockOrder order;
     } cases[] = {
-        {7,        7,        false, BlockOrder::Equal},
         {8,        7,        false, BlockOrder::Newer},
         {6,        7,        false, BlockOrder::Older},
         {1,        32767,    false, BlockOrder::Older}, // 32766 back
         {1,        32768,    false, BlockOrder::Newer}, // 32767 back
         {1,        65535,    false, BlockOrder::Newer}, // the wrap
-        {65535,    1,        false, BlockOrder::Older},
         {32769,    1,        false, BlockOrder::Newer},
         {32770,    1,        false, BlockOrder::Older},
         {32770,    1,        true,  BlockOrder::Newer},
-        {kMax,     1,        true,  BlockOrder::Older},
-        {1,        kMax,     true,  BlockOrder::Newer},
         {kMax / 2, kMax - 1, true,  BlockOrder::Newer},
         {kMax / 2, kMax - 2, true,  BlockOrder::Older},
     };
@@ -128,7 +122,6 @@ TEST(BlockIds, HaveADistanceAndASuccessorAcrossTheWrap)
 {
     EXPECT_EQ(3U, DiffBlockId(10, 7, false));
     EXPECT_EQ(1U, DiffBlockId(1, 65535, false));
-    EXPECT_EQ(3U, DiffBlockId(2, 65534, false));
     EXPECT_EQ(1U, DiffBlockId(1, kMax, true));
     EXPECT_EQ(kMax - 1, DiffBlockId(1, 2, true));
     EXPECT_EQ(1U, NextBlockId(65535, false));
@@ -229,13 +222,10 @@ TEST_F(Parsers, TranslatePayloadTypes)
         std::uint64_t type;
         bool imagePresent, chunks;
     } cases[] = {
-        {1,      1,      true,  false},
-        {3,      3,      false, false},
         {4,      4,      true,  true },
         {9,      10,     true,  false},
         {0x4001, 0x4001, true,  true },
         {0x4006, 0,      false, true },
-        {5,      0,      false, false},
         {0x8000, 9,      false, false},
     };
     for (const auto& c : cases) {
@@ -356,18 +346,13 @@ TEST_P(GrabOverABadWire, CountsWhatIsMissingAndStaysInStep)
 // clang-format off
 INSTANTIATE_TEST_SUITE_P(Wire, GrabOverABadWire, testing::Values(
     WireCase{"FirstPacketLost",         Lose(1, 2),        kOnePacketShort},
-    WireCase{"PacketLost",              Lose(3, 4),        kOnePacketShort},
     WireCase{"LastPacketLost",          Lose(10, 11),      kOnePacketShort},
     WireCase{"EndLost",                 Lose(10, 12),      {true, true, 900, 100, 0, 2, 1}},
     WireCase{"TrailerLost",             Lose(11, 12),      {true, false, 1000, 0, 0, 1, 0}},
     WireCase{"LeaderLost",              Lose(0, 1),        kNoLeader},
     WireCase{"AllLost",                 Lose(0, 12),       {false, false, 0, 0, 1, 12, 0}},
-    WireCase{"TrailerAlone",            Lose(0, 11),       {false, false, 0, 0, 1, 11, 0}},
     WireCase{"PacketTwice",             Repeat(4),         {true, true, 1100, 0, 0, 0, 0}},
-    WireCase{"LeaderTwice",             Repeat(0),         kWhole},
     WireCase{"TrailerTwice",            Repeat(11),        kWhole},
-    WireCase{"PacketsSwapped",          MoveBack(4, 5),    kWhole},
-    WireCase{"LastPacketsSwapped",      MoveBack(9, 10),   kWhole},
     WireCase{"SecondPacketLast",        MoveBack(2, 10),   kWhole},
     WireCase{"LeaderSecond",            MoveBack(0, 1),    kWhole},
     WireCase{"LeaderBehindThePackets",  MoveBack(0, 10),   kWhole},
@@ -383,20 +368,12 @@ INSTANTIATE_TEST_SUITE_P(Wire, GrabOverABadWire, testing::Values(
     [](const testing::TestParamInfo<WireCase>& row) { return std::string(row.param.name); });
 // clang-format on
 
-TEST_F(Grab, CountsTheImagesBeforeTheFirstOne)
-{
-    Start();
-    Feed(sender.Image(500));
-    EXPECT_EQ(500U, FrameId(Next()));
-    EXPECT_EQ(499U, Info(kMissedImages));
-}
-
 TEST_F(Grab, FollowsSixteenBitIdsAcrossTheWrap)
 {
     Start();
     std::uint64_t last = 0;
     std::uint64_t missed = 0;
-    for (const std::uint64_t block : {1U, 30000U, 60000U, 65534U, 65535U, 1U, 2U}) {
+    for (const std::uint64_t block : {500U, 30000U, 60000U, 65534U, 65535U, 1U, 2U}) {
         Feed(sender.Image(block));
         void* hBuffer = Next();
         EXPECT_EQ(block, FrameId(hBuffer));
@@ -480,7 +457,8 @@ TEST_F(Grab, SurvivesHostilePackets)
     SurviveHostilePackets();
 }
 
-TEST_F(Grab, DropsEverythingWhenThePacketSizeLeavesNoRoom)
+// Of a packet size that leaves no room for data everything is dropped.
+TEST_F(Grab, DropsEverythingWithoutRoom)
 {
     hal->packetSize = 36;
     Start();
@@ -524,8 +502,7 @@ TEST_F(Grab, RescuesIntoASmallerBuffer)
 
 TEST_F(Grab, OverwritesTheOldestImageInModeOne)
 {
-    const std::int64_t mode = 1;
-    ASSERT_EQ(GC_ERR_SUCCESS, stream->SetInfo(kHandlingMode, INFO_DATATYPE_INT64, &mode, sizeof mode));
+    SetMode(1);
     Start(2);
     for (std::uint64_t block = 1; block <= 5; ++block) {
         FeedAndAwait(sender.Image(block));
@@ -538,8 +515,7 @@ TEST_F(Grab, OverwritesTheOldestImageInModeOne)
 
 TEST_F(Grab, KeepsOnlyTheNewestImageInModeTwo)
 {
-    const std::int64_t mode = 2;
-    ASSERT_EQ(GC_ERR_SUCCESS, stream->SetInfo(kHandlingMode, INFO_DATATYPE_INT64, &mode, sizeof mode));
+    SetMode(2);
     Start(3);
     for (std::uint64_t block = 1; block <= 5; ++block) {
         FeedAndAwait(sender.Image(block));
@@ -547,15 +523,6 @@ TEST_F(Grab, KeepsOnlyTheNewestImageInModeTwo)
     EXPECT_EQ(5U, FrameId(Next()));
     EXPECT_TRUE(NothingWaits());
     EXPECT_EQ(0U, Info(STREAM_INFO_NUM_UNDERRUN));
-}
-
-TEST_F(Grab, ReleasesWhoWaitsForALeader)
-{
-    Start();
-    EXPECT_EQ(GC_ERR_TIMEOUT, stream->WaitForNextLeader(1));
-    Feed({sender.Leader(1)});
-    EXPECT_EQ(GC_ERR_SUCCESS, stream->WaitForNextLeader(20000));
-    EXPECT_EQ(GC_ERR_TIMEOUT, stream->WaitForNextLeader(1));
 }
 
 class GrabWithTimers : public Grab

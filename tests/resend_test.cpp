@@ -56,10 +56,6 @@ protected:
     {
         EXPECT_EQ(GC_ERR_SUCCESS, stream->SetInfo(kMaxRequests, INFO_DATATYPE_UINT32, &count, sizeof count));
     }
-    void SetMode(std::int64_t mode)
-    {
-        EXPECT_EQ(GC_ERR_SUCCESS, stream->SetInfo(kHandlingMode, INFO_DATATYPE_INT64, &mode, sizeof mode));
-    }
 
     std::vector<Bytes> Packets(const std::string& script) const
     {
