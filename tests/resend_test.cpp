@@ -166,8 +166,6 @@ INSTANTIATE_TEST_SUITE_P(Resend, ResendGrabWithLoss, testing::Values(
     LossCase{"TheLeader", 5, "1* 2:1-10 2T", "2:0-0", "2L!", "1 2", "", 0, 0},
     LossCase{"TheEndBeforeTheTrailer", 5, "1L 1:1-8 1T", "1:9-10", "1:9-10!", "1", "", 0, 0},
     LossCase{"TheEnd", 5, "1L 1:1-7 2L", "1:8-11", "1:8-10! 1T! 2:1-10 2T", "1 2", "", 0, 0},
-    LossCase{"TheTrailer", 5, "1L 1:1-10 2L", "1:11-11", "1T! 2:1-10 2T", "1 2", "", 0, 0},
-    LossCase{"NothingButTheOrder", 5, "1L 1:2 1:1 1:4 1:3 1:5-10 1T", "1:1-1 1:3-3", "", "1", "", 0, 0},
     LossCase{"NothingButTheOrderOfTwo", 5, "1L 1:1-5 2L 2:1 1:6-10 1T 2:2-10 2T", "1:6-11", "", "1 2", "", 0, 0},
     LossCase{"Duplicates", 5, "1L 1:1-3 1:2 1L 1:4-9 1:1 1:10 1T 1T 1:4", "", "", "1", "", 0, 0},
     // The command names the block in progress, whichever the gap is in.
@@ -230,15 +228,6 @@ TEST_F(ResendGrabTest, TellsOfAParsedLeaderOnly)
     EXPECT_EQ(GC_ERR_TIMEOUT, stream->WaitForNextLeader(1));
     Run("2L!");
     EXPECT_EQ(GC_ERR_SUCCESS, stream->WaitForNextLeader(0));
-}
-
-TEST_F(ResendGrabTest, KeepsOnlyTheNewestInModeTwo)
-{
-    SetMode(2);
-    Start(3);
-    Run("1* 2* 3*");
-    EXPECT_EQ(2U, Info(STREAM_INFO_NUM_QUEUED));
-    EXPECT_EQ("3", ReadAll());
 }
 
 // In mode 1 a waiting image is taken out of circulation, until it is flushed back. Only where an earlier run

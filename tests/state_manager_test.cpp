@@ -405,6 +405,12 @@ TEST_F(Moves, IntoTheDriverAtTheStartOfAcquisition)
     }
 }
 
+TEST_F(Moves, KnowTheDriverTypesThatExist)
+{
+    EXPECT_EQ(0, gev.SetDriverType(kDriverTcp));
+    EXPECT_EQ(GC_ERR_INVALID_PARAMETER, gev.SetDriverType(static_cast<DriverType>(kDriverTcp + 1)));
+}
+
 // A second entry of the buffer would dangle.
 TEST_F(Moves, BackFromTheUserLeaveNothingBehindARevocation)
 {
