@@ -71,15 +71,19 @@ class Loss : public testing::TestWithParam<std::tuple<double, unsigned, bool>>
 TEST_P(Loss, IsMadeGood)
 {
     constexpr std::uint64_t kImages = 500;
+    constexpr unsigned kBuffers = 32;
     LossyBench bench;
     sim::StreamFaults faults;
     std::tie(faults.lose, faults.burst, bench.config.extendedId) = GetParam();
     sim::Camera& camera = bench.StartCamera();
     camera.SetStreamFaults(faults);
     Consumer consumer;
-    bench.Open(consumer, 32, 5000);
+    bench.Open(consumer, kBuffers, 5000);
     consumer.Start();
+    // So many at once that there is always a free buffer: an image goes out for each that was fetched.
+    consumer.WriteRegister(sim::Feature::kTriggerMode, 1);
     StartCameraAcquisition(consumer);
+    camera.Trigger(kBuffers / 2);
     for (std::uint64_t block = 1; block <= kImages; ++block) {
         void* hBuffer = consumer.NextImage(10000);
         ASSERT_NE(nullptr, hBuffer) << "image " << block;
@@ -90,6 +94,7 @@ TEST_P(Loss, IsMadeGood)
                   camera.CurrentPicture()->FindMismatch(block, data, bench.ImageBytes()))
             << "image " << block;
         consumer.Queue(hBuffer);
+        camera.Trigger();
     }
     EXPECT_EQ(0U, consumer.StreamInfo<std::uint64_t>(kMissedImages));
     EXPECT_EQ(0U, consumer.StreamInfo<std::uint64_t>(kMissedPackets));

@@ -321,11 +321,11 @@ TEST_F(SimTest, SecondHostIsRefusedUntilTheFirstLetsGo)
 
 TEST_F(SimTest, ControlLastsAsLongAsItsHolderIsHeard)
 {
-    m_config.heartbeatTimeout = 300;
+    m_config.heartbeatTimeout = 600;
     m_config.minHeartbeatTimeout = 100;
     sim::Camera& camera = Start();
     OpenStream();
-    for (int i = 0; i < 6; ++i) {
+    for (int i = 0; i < 9; ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
         m_host.Read("00000938");
     }
