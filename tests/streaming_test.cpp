@@ -10,7 +10,6 @@
 
 #include <arpa/inet.h>
 #include <sched.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -175,23 +174,18 @@ TEST(Control, FindsTellsAndMovesACamera)
         bench.StartCamera();
         Consumer consumer;
         consumer.OpenInterface(bench.Net().HostAddress());
-        std::uint32_t count = 0;
-        ASSERT_EQ(0, IFGetNumDevices(consumer.Interface(), &count));
-        ASSERT_LE(1U, count);
+        const auto read = [&consumer](int command, void* to, std::size_t size) {
+            int type = 0;
+            Consumer::Check(IFGetDeviceInfo(consumer.Interface(), kSerial, command, &type, to, &size),
+                            "info");
+        };
         char text[64] = {};
-        std::size_t size = sizeof text;
-        int type = 0;
-        ASSERT_EQ(0, IFGetDeviceInfo(consumer.Interface(), kSerial, DEVICE_INFO_MODEL, &type, text, &size));
+        read(DEVICE_INFO_MODEL, text, sizeof text);
         EXPECT_STREQ("Bench model", text);
-        size = sizeof text;
-        ASSERT_EQ(0, IFGetDeviceInfo(consumer.Interface(), kSerial, DEVICE_INFO_USER_DEFINED_NAME, &type,
-                                     text, &size));
+        read(DEVICE_INFO_USER_DEFINED_NAME, text, sizeof text);
         EXPECT_STREQ("left arm", text);
-
         std::uint64_t mac = 0;
-        size = sizeof mac;
-        ASSERT_EQ(0, IFGetDeviceInfo(consumer.Interface(), kSerial, DEVICE_INFO_GEV_MAC_ADDRESS, &type, &mac,
-                                     &size));
+        read(DEVICE_INFO_GEV_MAC_ADDRESS, &mac, sizeof mac);
         constexpr unsigned kNewAddress = 0xC0A84D63;  // 192.168.77.99
         // The answer to FORCEIP is awaited on the adapter's own socket, which hears no broadcast.
         const int expected = answer == sim::AnswerByBroadcast::Never ? GC_ERR_SUCCESS : GC_ERR_TIMEOUT;
@@ -199,9 +193,7 @@ TEST(Control, FindsTellsAndMovesACamera)
             << Consumer::TakeError();
         ASSERT_EQ(0, IFUpdateDeviceList(consumer.Interface(), nullptr, 300));
         std::uint32_t address = 0;
-        size = sizeof address;
-        ASSERT_EQ(0, IFGetDeviceInfo(consumer.Interface(), kSerial, DEVICE_INFO_GEV_IP_ADDRESS, &type,
-                                     &address, &size));
+        read(DEVICE_INFO_GEV_IP_ADDRESS, &address, sizeof address);
         EXPECT_EQ(kNewAddress, address);
         consumer.OpenCamera(kSerial);
         EXPECT_EQ(bench.config.geometry.width, consumer.ReadRegister(sim::Feature::kWidth));
@@ -278,32 +270,14 @@ TEST(RegisterMaps, DecideHowTheStreamStarts)
     Consumer::WriteMap(consumer.System(), 0x6100, 1);
 }
 
-/// WRITEREG of CCP, sent by another application on the camera's side of the cable.
-void TakeControlElsewhere(const Bench& bench)
-{
-    sim::RunInNamespace(bench.Net().CameraFile(), [&] {
-        const int other = socket(AF_INET, SOCK_DGRAM, 0);
-        const unsigned char command[] = {0x42, 0x01, 0x00, 0x82, 0x00, 0x08, 0x00, 0x01,
-                                         0x00, 0x00, 0x0A, 0x00, 0x00, 0x00, 0x00, 0x02};
-        sockaddr_in camera{};
-        camera.sin_family = AF_INET;
-        camera.sin_port = htons(3956);
-        inet_pton(AF_INET, bench.Net().CameraAddress().c_str(), &camera.sin_addr);
-        sendto(other, command, sizeof command, 0, reinterpret_cast<sockaddr*>(&camera), sizeof camera);
-        unsigned char answer[12];
-        EXPECT_EQ(12, recv(other, answer, sizeof answer, 0));
-        close(other);
-    });
-}
-
 TEST(Control, IsRefusedWhileAnotherHasTheCamera)
 {
     Bench bench;
     sim::Camera& camera = bench.StartCamera();
     Consumer consumer;
     consumer.OpenInterface(bench.Net().HostAddress());
-    TakeControlElsewhere(bench);
-    ASSERT_TRUE(camera.IsControlled());
+    camera.SetRegister(0x0954, 1);  // no heartbeat is asked of the other application
+    camera.SetRegister(0x0A00, 2);
     void* hDevice = nullptr;
     EXPECT_EQ(GC_ERR_ACCESS_DENIED,
               IFOpenDevice(consumer.Interface(), kSerial, DEVICE_ACCESS_CONTROL, &hDevice));
