@@ -2,6 +2,7 @@
 
 #include "device/Device.h"
 #include "frame/Error.h"
+#include "modules/RegisterField.h"
 #include "xml/LocalXml.h"
 
 #include <cstdint>
@@ -29,41 +30,6 @@ int DeviceRegImpl::Answer(const Value& value, void* pBuffer, unsigned long* piSi
 {
     int type = 0;
     return m_info.SetInfo(value, &type, pBuffer, piSize);
-}
-
-// The consumer's buffer may be unaligned, so the fields are copied by way of a local.
-
-template <typename Field>
-int DeviceRegImpl::ReadField(int (Device::*get)(Field*) const,
-                             void* pBuffer,
-                             const unsigned long* piSize) const
-{
-    if (pBuffer == nullptr || piSize == nullptr) {
-        return GC_ERR_INVALID_HANDLE;
-    }
-    if (*piSize < sizeof(Field)) {
-        return GC_ERR_BUFFER_TOO_SMALL;
-    }
-    Field value = 0;
-    const int code = (m_pDevice->*get)(&value);
-    std::memcpy(pBuffer, &value, sizeof value);
-    return code;
-}
-
-template <typename Field>
-int DeviceRegImpl::WriteField(int (Device::*set)(const Field*),
-                              const void* pBuffer,
-                              const unsigned long* piSize)
-{
-    if (pBuffer == nullptr || piSize == nullptr) {
-        return GC_ERR_INVALID_HANDLE;
-    }
-    if (*piSize < sizeof(Field)) {
-        return GC_ERR_BUFFER_TOO_SMALL;
-    }
-    Field value = 0;
-    std::memcpy(&value, pBuffer, sizeof value);
-    return (m_pDevice->*set)(&value);
 }
 
 int DeviceRegImpl::GetDeviceID(void* pBuffer, unsigned long* piSize)
@@ -196,35 +162,35 @@ int DeviceRegImpl::SetActionCommandFireCommand_Reg(const void*, unsigned long*)
 
 int DeviceRegImpl::GetActionCommandDeviceKey_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return ReadField(&Device::GetActionCommandDeviceKey, pBuffer, piSize);
+    return ReadField(*m_pDevice, &Device::GetActionCommandDeviceKey, pBuffer, piSize);
 }
 int DeviceRegImpl::SetActionCommandDeviceKey_Reg(const void* pBuffer, unsigned long* piSize)
 {
-    return WriteField(&Device::SetActionCommandDeviceKey, pBuffer, piSize);
+    return WriteField(*m_pDevice, &Device::SetActionCommandDeviceKey, pBuffer, piSize);
 }
 int DeviceRegImpl::GetActionCommandGroupKey_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return ReadField(&Device::GetActionCommandGroupKey, pBuffer, piSize);
+    return ReadField(*m_pDevice, &Device::GetActionCommandGroupKey, pBuffer, piSize);
 }
 int DeviceRegImpl::SetActionCommandGroupKey_Reg(const void* pBuffer, unsigned long* piSize)
 {
-    return WriteField(&Device::SetActionCommandGroupKey, pBuffer, piSize);
+    return WriteField(*m_pDevice, &Device::SetActionCommandGroupKey, pBuffer, piSize);
 }
 int DeviceRegImpl::GetActionCommandGroupMask_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return ReadField(&Device::GetActionCommandGroupMask, pBuffer, piSize);
+    return ReadField(*m_pDevice, &Device::GetActionCommandGroupMask, pBuffer, piSize);
 }
 int DeviceRegImpl::SetActionCommandGroupMask_Reg(const void* pBuffer, unsigned long* piSize)
 {
-    return WriteField(&Device::SetActionCommandGroupMask, pBuffer, piSize);
+    return WriteField(*m_pDevice, &Device::SetActionCommandGroupMask, pBuffer, piSize);
 }
 int DeviceRegImpl::GetActionCommandExecuteTime_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return ReadField(&Device::GetActionCommandExecuteTime, pBuffer, piSize);
+    return ReadField(*m_pDevice, &Device::GetActionCommandExecuteTime, pBuffer, piSize);
 }
 int DeviceRegImpl::SetActionCommandExecuteTime_Reg(const void* pBuffer, unsigned long* piSize)
 {
-    return WriteField(&Device::SetActionCommandExecuteTime, pBuffer, piSize);
+    return WriteField(*m_pDevice, &Device::SetActionCommandExecuteTime, pBuffer, piSize);
 }
 
 int DeviceRegImpl::GetLocalTLXML_Reg(void* pBuffer, unsigned long*)
@@ -235,11 +201,11 @@ int DeviceRegImpl::GetLocalTLXML_Reg(void* pBuffer, unsigned long*)
 
 int DeviceRegImpl::GetActionCommandTargetIP_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return ReadField(&Device::GetActionCommandTargetIP, pBuffer, piSize);
+    return ReadField(*m_pDevice, &Device::GetActionCommandTargetIP, pBuffer, piSize);
 }
 int DeviceRegImpl::SetActionCommandTargetIP_Reg(const void* pBuffer, unsigned long* piSize)
 {
-    return WriteField(&Device::SetActionCommandTargetIP, pBuffer, piSize);
+    return WriteField(*m_pDevice, &Device::SetActionCommandTargetIP, pBuffer, piSize);
 }
 
 }  // namespace GenTL

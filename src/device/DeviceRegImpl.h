@@ -68,11 +68,6 @@ private:
     template <typename Value>
     int Answer(const Value& value, void* pBuffer, unsigned long* piSize) const;
 
-    template <typename Field>
-    int ReadField(int (Device::*get)(Field*) const, void* pBuffer, const unsigned long* piSize) const;
-    template <typename Field>
-    int WriteField(int (Device::*set)(const Field*), const void* pBuffer, const unsigned long* piSize);
-
     Device* m_pDevice;
     long m_streamSelector = 0;
     InfoUtility m_info;

@@ -1,6 +1,7 @@
 #include "modules/SystemRegImpl.h"
 
 #include "frame/Error.h"
+#include "modules/RegisterField.h"
 #include "modules/System.h"
 #include "modules/ThreadPriority.h"
 #include "xml/LocalXml.h"
@@ -75,41 +76,6 @@ int SystemRegImpl::SelectedInterfaceInfo(int command, void* pBuffer, unsigned lo
     }
     int type = 0;
     return m_pSystem->GetInterfaceInfo(id, command, &type, pBuffer, piSize);
-}
-
-// The consumer's buffer may be unaligned, so the fields are copied by way of a local.
-
-template <typename Field>
-int SystemRegImpl::ReadField(int (System::*get)(Field*) const,
-                             void* pBuffer,
-                             const unsigned long* piSize) const
-{
-    if (pBuffer == nullptr || piSize == nullptr) {
-        return GC_ERR_INVALID_HANDLE;
-    }
-    if (*piSize < sizeof(Field)) {
-        return GC_ERR_BUFFER_TOO_SMALL;
-    }
-    Field value = 0;
-    const int code = (m_pSystem->*get)(&value);
-    std::memcpy(pBuffer, &value, sizeof value);
-    return code;
-}
-
-template <typename Field>
-int SystemRegImpl::WriteField(int (System::*set)(const Field*),
-                              const void* pBuffer,
-                              const unsigned long* piSize)
-{
-    if (pBuffer == nullptr || piSize == nullptr) {
-        return GC_ERR_INVALID_HANDLE;
-    }
-    if (*piSize < sizeof(Field)) {
-        return GC_ERR_BUFFER_TOO_SMALL;
-    }
-    Field value = 0;
-    std::memcpy(&value, pBuffer, sizeof value);
-    return (m_pSystem->*set)(&value);
 }
 
 int SystemRegImpl::GetTLID(void* pBuffer, unsigned long* piSize)
@@ -287,52 +253,52 @@ int SystemRegImpl::SetActionCommandFireCommand_Reg(const void*, unsigned long*)
 
 int SystemRegImpl::GetActionCommandDeviceKey_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return ReadField(&System::GetActionCommandDeviceKey, pBuffer, piSize);
+    return ReadField(*m_pSystem, &System::GetActionCommandDeviceKey, pBuffer, piSize);
 }
 
 int SystemRegImpl::SetActionCommandDeviceKey_Reg(const void* pBuffer, unsigned long* piSize)
 {
-    return WriteField(&System::SetActionCommandDeviceKey, pBuffer, piSize);
+    return WriteField(*m_pSystem, &System::SetActionCommandDeviceKey, pBuffer, piSize);
 }
 
 int SystemRegImpl::GetActionCommandGroupKey_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return ReadField(&System::GetActionCommandGroupKey, pBuffer, piSize);
+    return ReadField(*m_pSystem, &System::GetActionCommandGroupKey, pBuffer, piSize);
 }
 
 int SystemRegImpl::SetActionCommandGroupKey_Reg(const void* pBuffer, unsigned long* piSize)
 {
-    return WriteField(&System::SetActionCommandGroupKey, pBuffer, piSize);
+    return WriteField(*m_pSystem, &System::SetActionCommandGroupKey, pBuffer, piSize);
 }
 
 int SystemRegImpl::GetActionCommandGroupMask_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return ReadField(&System::GetActionCommandGroupMask, pBuffer, piSize);
+    return ReadField(*m_pSystem, &System::GetActionCommandGroupMask, pBuffer, piSize);
 }
 
 int SystemRegImpl::SetActionCommandGroupMask_Reg(const void* pBuffer, unsigned long* piSize)
 {
-    return WriteField(&System::SetActionCommandGroupMask, pBuffer, piSize);
+    return WriteField(*m_pSystem, &System::SetActionCommandGroupMask, pBuffer, piSize);
 }
 
 int SystemRegImpl::GetActionCommandTargetIP_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return ReadField(&System::GetActionCommandTargetIP, pBuffer, piSize);
+    return ReadField(*m_pSystem, &System::GetActionCommandTargetIP, pBuffer, piSize);
 }
 
 int SystemRegImpl::SetActionCommandTargetIP_Reg(const void* pBuffer, unsigned long* piSize)
 {
-    return WriteField(&System::SetActionCommandTargetIP, pBuffer, piSize);
+    return WriteField(*m_pSystem, &System::SetActionCommandTargetIP, pBuffer, piSize);
 }
 
 int SystemRegImpl::GetActionCommandExecuteTime_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return ReadField(&System::GetActionCommandExecuteTime, pBuffer, piSize);
+    return ReadField(*m_pSystem, &System::GetActionCommandExecuteTime, pBuffer, piSize);
 }
 
 int SystemRegImpl::SetActionCommandExecuteTime_Reg(const void* pBuffer, unsigned long* piSize)
 {
-    return WriteField(&System::SetActionCommandExecuteTime, pBuffer, piSize);
+    return WriteField(*m_pSystem, &System::SetActionCommandExecuteTime, pBuffer, piSize);
 }
 
 int SystemRegImpl::GetThreadSelection_Reg(void* pBuffer, unsigned long* piSize)

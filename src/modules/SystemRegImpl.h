@@ -77,10 +77,6 @@ private:
     int Answer(const Value& value, void* pBuffer, unsigned long* piSize) const;
     /// What a closed interface can't tell.
     int SelectedInterfaceInfo(int command, void* pBuffer, unsigned long* piSize);
-    template <typename Field>
-    int ReadField(int (System::*get)(Field*) const, void* pBuffer, const unsigned long* piSize) const;
-    template <typename Field>
-    int WriteField(int (System::*set)(const Field*), const void* pBuffer, const unsigned long* piSize);
 
     System* m_pSystem;
     IndexSelector m_interfaceSelector;

@@ -12,7 +12,6 @@
 #include "stream/ResendGrab.h"
 #include "stream/StreamRegImpl.h"
 #include "stream/StreamStartParams.h"
-#include "xml/LocalXml.h"
 
 #include <boost/date_time/posix_time/posix_time_types.hpp>
 #include <boost/thread/lock_guard.hpp>
@@ -31,66 +30,13 @@ constexpr unsigned long kGvcpRetries = 3;
 }  // namespace
 
 DataStreamGev::DataStreamGev(IHALGev* pHal, void* device, void* parent, unsigned index, int accessMode)
-    : DataStream(device, parent), m_pHalGev(pHal), m_accessMode(accessMode)
+    : GevStream(pHal, device, parent, index, accessMode)
 {
-    m_portInfo.id = std::to_string(index);
-    m_urlInfo.schemaVersionMajor = 1;
-    m_bufAnnounceMin = 1;
-    m_bufAlignment = 1;
-    m_pStateManager = std::make_unique<OpenedDataStreamGevStateManager>(
-        m_announcedBuffers, m_announcedMutex, m_inputBuffers, m_inputMutex, m_inputCondition, m_outputBuffers,
-        m_outputMutex, m_outputCondition, m_numInDriver, kDriverNone, m_isGrabbing, m_pHalGvsp);
 }
 
 DataStreamGev::~DataStreamGev()
 {
     StopGrabThread();
-    delete m_pHalGvsp;
-}
-
-int DataStreamGev::ReadPort(unsigned long iAddress, void* pBuffer, unsigned long* piSize)
-{
-    return StreamRegImpl(this).DispatchRead(iAddress, pBuffer, piSize);
-}
-
-int DataStreamGev::WritePort(unsigned long iAddress, const void* pBuffer, unsigned long* piSize)
-{
-    return StreamRegImpl(this).DispatchWrite(iAddress, pBuffer, piSize);
-}
-
-int DataStreamGev::GetPortURL(char* sURL, unsigned long* piSize) const
-{
-    return AnswerLocalURL("SFNC_GenTLDataStream_Reference_Version_1_0_0_Schema_1_1", kStreamXml.size(), sURL,
-                          piSize);
-}
-
-int DataStreamGev::GetNumPortURLs(unsigned int* piNumURLs)
-{
-    return AnswerOneURL(piNumURLs);
-}
-
-int DataStreamGev::GetPortURLInfo(
-    unsigned int iURLIndex, int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize)
-{
-    return BaseModule::GetPortURLInfo(iURLIndex, iInfoCmd, piType, pBuffer, piSize);
-}
-
-int DataStreamGev::GetPortInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize)
-{
-    const int code = CheckOpen();
-    return code != GC_ERR_SUCCESS ? code : DataStream::GetPortInfo(iInfoCmd, piType, pBuffer, piSize);
-}
-
-int DataStreamGev::RegisterEvent(int iEventID, void** phEvent)
-{
-    const int code = CheckOpen();
-    return code != GC_ERR_SUCCESS ? code : DataStream::RegisterEvent(iEventID, phEvent);
-}
-
-int DataStreamGev::UnregisterEvent(int iEventID)
-{
-    const int code = CheckOpen();
-    return code != GC_ERR_SUCCESS ? code : DataStream::UnregisterEvent(iEventID);
 }
 
 int DataStreamGev::CheckOpen(const char* function, int line) const
@@ -109,29 +55,7 @@ int DataStreamGev::Open(IHALGvsp* pHal)
     return m_pStateManager->SetDriverType(m_pHalGvsp->GetDriverType());
 }
 
-int DataStreamGev::Close()
-{
-    if (!m_isOpen || m_isGrabbing) {
-        return StoreName(GC_ERR_RESOURCE_IN_USE);
-    }
-    m_isOpen = false;
-    delete m_pHalGvsp;
-    m_pHalGvsp = nullptr;
-    return GC_ERR_SUCCESS;
-}
-
-bool DataStreamGev::IsOpen() const
-{
-    return m_isOpen;
-}
-
 // ---- Buffers
-
-int DataStreamGev::AnnounceBuffer(void* pBuffer, std::size_t iSize, void* pPrivate, void** phBuffer)
-{
-    const int code = CheckOpen();
-    return code != GC_ERR_SUCCESS ? code : DataStream::AnnounceBuffer(pBuffer, iSize, pPrivate, phBuffer);
-}
 
 int DataStreamGev::AllocAndAnnounceBuffer(std::size_t iSize, void* pPrivate, void** phBuffer)
 {
@@ -196,11 +120,6 @@ bool DataStreamGev::IsLentAfterHandOff(void* hBuffer) const
            std::find(m_outputBuffers.begin(), m_outputBuffers.end(), handle) == m_outputBuffers.end();
 }
 
-bool DataStreamGev::IsBeingFilled(GenTLHandle* hBuffer) const
-{
-    return m_bufferInHand.Holds(hBuffer);
-}
-
 int DataStreamGev::FlushQueue(int iOperation)
 {
     if (!m_isOpen) {
@@ -209,32 +128,12 @@ int DataStreamGev::FlushQueue(int iOperation)
     return DataStream::FlushQueue(iOperation);
 }
 
-int DataStreamGev::GetBufferID(unsigned iIndex, void** phBuffer) const
-{
-    const int code = CheckOpen();
-    return code != GC_ERR_SUCCESS ? code : DataStream::GetBufferID(iIndex, phBuffer);
-}
-
 int DataStreamGev::GetBufferInfo(
     void* hBuffer, int iInfoCmd, int* piType, void* pBuffer, std::size_t* piSize) const
 {
     const int code = CheckOpen();
     return code != GC_ERR_SUCCESS ? code
                                   : DataStream::GetBufferInfo(hBuffer, iInfoCmd, piType, pBuffer, piSize);
-}
-
-int DataStreamGev::GetBufferChunkData(void* hBuffer,
-                                      S_SINGLE_CHUNK_DATA* pChunkData,
-                                      std::size_t* piNumChunks)
-{
-    const int code = CheckOpen();
-    return code != GC_ERR_SUCCESS ? code : DataStream::GetBufferChunkData(hBuffer, pChunkData, piNumChunks);
-}
-
-int DataStreamGev::GetParentDev(void** phDevice) const
-{
-    const int code = CheckOpen();
-    return code != GC_ERR_SUCCESS ? code : DataStream::GetParentDev(phDevice);
 }
 
 // ---- Information
@@ -255,21 +154,6 @@ int DataStreamGev::SetInfo(int iInfoCmd, int iType, const void* pBuffer, std::si
     }
     const int code = CheckOpen();
     return code != GC_ERR_SUCCESS ? code : DataStream::SetInfo(iInfoCmd, iType, pBuffer, iSize);
-}
-
-int DataStreamGev::SetupResendRetryParams(unsigned long iRetries,
-                                          double frameRate,
-                                          const char* sFirst,
-                                          const char* sSecond)
-{
-    if (const int code = CheckOpen(); code != GC_ERR_SUCCESS) {
-        return code;
-    }
-    m_retryParam = iRetries;
-    m_frameRate = frameRate;
-    m_firstRetryString = sFirst != nullptr ? sFirst : "";
-    m_secondRetryString = sSecond != nullptr ? sSecond : "";
-    return GC_ERR_SUCCESS;
 }
 
 // ---- Acquisition
@@ -298,12 +182,7 @@ int DataStreamGev::CheckStart(int iStartFlags, unsigned long iNumToAcquire) cons
     if (m_isGrabbing) {
         return Raise(GC_ERR_RESOURCE_IN_USE, "the acquisition engine is already grabbing", kFunction);
     }
-    std::size_t announced = 0;
-    {
-        const boost::lock_guard<boost::recursive_mutex> lock(m_announcedMutex);
-        announced = m_announcedBuffers.size();
-    }
-    if (announced < m_bufAnnounceMin) {
+    if (NumAnnounced() < m_bufAnnounceMin) {
         return Raise(GC_ERR_INVALID_BUFFER,
                      "the announced buffers is less then the min allowed. min allowed is " +
                          std::to_string(m_bufAnnounceMin),
@@ -335,42 +214,18 @@ int DataStreamGev::StartHal(int iStartFlags)
     } else if (resend) {
         m_pHalGvsp->SetDriverType(kDriverUdpSocket);
     }
-    {
-        const boost::lock_guard<boost::recursive_mutex> lock(m_announcedMutex);
-        m_firstBufferSize = CastHandleToBufferPtr(m_announcedBuffers.front())->m_size;
-    }
-
-    StreamStartParams params;
-    params.m_packetSize = m_streamInfo.m_packetSize;
-    params.m_autoPacketSize = m_streamInfo.m_autoPacketSize;
-    params.m_extendedId = m_streamInfo.m_extendedId;
-    params.m_bufferSize = m_firstBufferSize;
-    params.m_packetResendEnable = m_streamInfo.m_packetResendEnable;
-    params.m_interPacketExpiry = m_streamInfo.m_interPacketExpiry;
-    params.m_maxResendRequests = m_streamInfo.m_maxResendRequests;
-    params.m_multicastEnable = m_streamInfo.m_multicastEnable;
-    params.m_accessMode = m_accessMode;
-    params.m_retryParam = m_retryParam;
-    params.m_frameRate = m_frameRate;
-    params.m_firstRetryString = m_firstRetryString;
-    params.m_secondRetryString = m_secondRetryString;
+    m_firstBufferSize = FirstBufferSize();
+    StreamStartParams params = MakeStartParams(m_firstBufferSize);
     if (const int code = m_pHalGvsp->Start(m_pHalGev, m_hDevice, params); code != GC_ERR_SUCCESS) {
         return code;
     }
 
     m_isGrabbing = true;
-    m_numDelivered = 0;
-    m_numUnderrun = 0;
-    {
-        const Lock lock(m_inputMutex);
-        m_numStarted = m_inputBuffers.size();
-    }
+    CountFromZero();
     m_streamInfo.m_packetSize = params.m_packetSize;
     m_streamInfo.m_interPacketExpiry = params.m_interPacketExpiry;
     m_streamInfo.m_bufferExpiry = params.m_bufferExpiry;
     m_streamInfo.m_resendRetries = params.m_resendRetries;
-    m_streamInfo.m_missedImageCount = 0;
-    m_streamInfo.m_missedPacketCount = 0;
     return GC_ERR_SUCCESS;
 }
 
@@ -419,16 +274,6 @@ int DataStreamGev::StopAcquisition(int iStopFlags)
     m_numStarted = 0;
     m_pHalGvsp->SetDriverType(kDriverUdpSocket);
     return code == GC_ERR_SUCCESS ? code : AppendName(code);
-}
-
-void DataStreamGev::StopGrabThread()
-{
-    // A start that failed half-way has no thread.
-    if (m_grabThread.joinable()) {
-        const boost::this_thread::disable_interruption uninterrupted;
-        m_grabThread.interrupt();
-        m_grabThread.join();
-    }
 }
 
 void DataStreamGev::ReleaseLeaderWaiters()

@@ -13,7 +13,6 @@
 #include "stream/StreamStartParams.h"
 #include "stream/TcpFrame.h"
 #include "stream/TcpGrab.h"
-#include "xml/LocalXml.h"
 
 #include <boost/thread/lock_guard.hpp>
 #include <boost/thread/recursive_mutex.hpp>
@@ -70,66 +69,13 @@ void PaintWhiteBand(Buffer& buffer)
 }  // namespace
 
 DataStreamGevTCP::DataStreamGevTCP(IHALGev* pHal, void* device, void* parent, unsigned index, int accessMode)
-    : DataStream(device, parent), m_pHalGev(pHal), m_accessMode(accessMode)
+    : GevStream(pHal, device, parent, index, accessMode)
 {
-    m_portInfo.id = std::to_string(index);
-    m_urlInfo.schemaVersionMajor = 1;
-    m_bufAnnounceMin = 1;
-    m_bufAlignment = 1;
-    m_pStateManager = std::make_unique<OpenedDataStreamGevStateManager>(
-        m_announcedBuffers, m_announcedMutex, m_inputBuffers, m_inputMutex, m_inputCondition, m_outputBuffers,
-        m_outputMutex, m_outputCondition, m_numInDriver, kDriverNone, m_isGrabbing, m_pHalGvsp);
 }
 
 DataStreamGevTCP::~DataStreamGevTCP()
 {
     StopGrabThread();
-    delete m_pHalGvsp;
-}
-
-int DataStreamGevTCP::ReadPort(unsigned long iAddress, void* pBuffer, unsigned long* piSize)
-{
-    return StreamRegImpl(this).DispatchRead(iAddress, pBuffer, piSize);
-}
-
-int DataStreamGevTCP::WritePort(unsigned long iAddress, const void* pBuffer, unsigned long* piSize)
-{
-    return StreamRegImpl(this).DispatchWrite(iAddress, pBuffer, piSize);
-}
-
-int DataStreamGevTCP::GetPortURL(char* sURL, unsigned long* piSize) const
-{
-    return AnswerLocalURL("SFNC_GenTLDataStream_Reference_Version_1_0_0_Schema_1_1", kStreamXml.size(), sURL,
-                          piSize);
-}
-
-int DataStreamGevTCP::GetNumPortURLs(unsigned int* piNumURLs)
-{
-    return AnswerOneURL(piNumURLs);
-}
-
-int DataStreamGevTCP::GetPortURLInfo(
-    unsigned int iURLIndex, int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize)
-{
-    return BaseModule::GetPortURLInfo(iURLIndex, iInfoCmd, piType, pBuffer, piSize);
-}
-
-int DataStreamGevTCP::GetPortInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize)
-{
-    const int code = CheckOpen();
-    return code != GC_ERR_SUCCESS ? code : DataStream::GetPortInfo(iInfoCmd, piType, pBuffer, piSize);
-}
-
-int DataStreamGevTCP::RegisterEvent(int iEventID, void** phEvent)
-{
-    const int code = CheckOpen();
-    return code != GC_ERR_SUCCESS ? code : DataStream::RegisterEvent(iEventID, phEvent);
-}
-
-int DataStreamGevTCP::UnregisterEvent(int iEventID)
-{
-    const int code = CheckOpen();
-    return code != GC_ERR_SUCCESS ? code : DataStream::UnregisterEvent(iEventID);
 }
 
 int DataStreamGevTCP::CheckOpen(const char* function, int line) const
@@ -148,29 +94,7 @@ int DataStreamGevTCP::Open(IHALGvsp* pHal)
     return GC_ERR_SUCCESS;
 }
 
-int DataStreamGevTCP::Close()
-{
-    if (!m_isOpen || m_isGrabbing) {
-        return StoreName(GC_ERR_RESOURCE_IN_USE);
-    }
-    m_isOpen = false;
-    delete m_pHalGvsp;
-    m_pHalGvsp = nullptr;
-    return GC_ERR_SUCCESS;
-}
-
-bool DataStreamGevTCP::IsOpen() const
-{
-    return m_isOpen;
-}
-
 // ---- Buffers
-
-int DataStreamGevTCP::AnnounceBuffer(void* pBuffer, std::size_t iSize, void* pPrivate, void** phBuffer)
-{
-    const int code = CheckOpen();
-    return code != GC_ERR_SUCCESS ? code : DataStream::AnnounceBuffer(pBuffer, iSize, pPrivate, phBuffer);
-}
 
 int DataStreamGevTCP::AllocAndAnnounceBuffer(std::size_t iSize, void* pPrivate, void** phBuffer)
 {
@@ -258,21 +182,10 @@ int DataStreamGevTCP::RevokeBuffer(void* hBuffer, void** ppBuffer, void** ppPriv
     return DataStream::RevokeBuffer(hBuffer, ppBuffer, ppPrivate);
 }
 
-bool DataStreamGevTCP::IsBeingFilled(GenTLHandle* hBuffer) const
-{
-    return m_bufferInHand.Holds(hBuffer);
-}
-
 int DataStreamGevTCP::FlushQueue(int iOperation)
 {
     const int code = CheckOpen();
     return code != GC_ERR_SUCCESS ? code : DataStream::FlushQueue(iOperation);
-}
-
-int DataStreamGevTCP::GetBufferID(unsigned iIndex, void** phBuffer) const
-{
-    const int code = CheckOpen();
-    return code != GC_ERR_SUCCESS ? code : DataStream::GetBufferID(iIndex, phBuffer);
 }
 
 int DataStreamGevTCP::GetBufferInfo(
@@ -296,20 +209,6 @@ int DataStreamGevTCP::GetBufferInfo(
     return DataStream::GetBufferInfo(hBuffer, iInfoCmd, piType, pBuffer, piSize);
 }
 
-int DataStreamGevTCP::GetBufferChunkData(void* hBuffer,
-                                         S_SINGLE_CHUNK_DATA* pChunkData,
-                                         std::size_t* piNumChunks)
-{
-    const int code = CheckOpen();
-    return code != GC_ERR_SUCCESS ? code : DataStream::GetBufferChunkData(hBuffer, pChunkData, piNumChunks);
-}
-
-int DataStreamGevTCP::GetParentDev(void** phDevice) const
-{
-    const int code = CheckOpen();
-    return code != GC_ERR_SUCCESS ? code : DataStream::GetParentDev(phDevice);
-}
-
 // ---- Information
 
 int DataStreamGevTCP::GetInfo(int iInfoCmd, int* piType, void* pBuffer, std::size_t* piSize) const
@@ -328,21 +227,6 @@ int DataStreamGevTCP::SetInfo(int iInfoCmd, int iType, const void* pBuffer, std:
     }
     const std::optional<int> code = m_settings.SetInfo(iInfoCmd, iType, pBuffer, iSize);
     return code ? *code : DataStream::SetInfo(iInfoCmd, iType, pBuffer, iSize);
-}
-
-int DataStreamGevTCP::SetupResendRetryParams(unsigned long iRetries,
-                                             double frameRate,
-                                             const char* sFirst,
-                                             const char* sSecond)
-{
-    if (const int code = CheckOpen(); code != GC_ERR_SUCCESS) {
-        return code;
-    }
-    m_retryParam = iRetries;
-    m_frameRate = frameRate;
-    m_firstRetryString = sFirst != nullptr ? sFirst : "";
-    m_secondRetryString = sSecond != nullptr ? sSecond : "";
-    return GC_ERR_SUCCESS;
 }
 
 // ---- Acquisition
@@ -370,12 +254,7 @@ int DataStreamGevTCP::CheckStart(int iStartFlags, unsigned long iNumToAcquire) c
     if (m_isGrabbing) {
         return StoreName(GC_ERR_RESOURCE_IN_USE, kFunction);
     }
-    std::size_t announced = 0;
-    {
-        const AnnouncedLock lock(m_announcedMutex);
-        announced = m_announcedBuffers.size();
-    }
-    if (announced < m_bufAnnounceMin) {
+    if (NumAnnounced() < m_bufAnnounceMin) {
         return StoreName(GC_ERR_INVALID_BUFFER, kFunction);
     }
     if (iNumToAcquire == 0) {
@@ -385,16 +264,6 @@ int DataStreamGevTCP::CheckStart(int iStartFlags, unsigned long iNumToAcquire) c
         return StoreName(GC_ERR_INVALID_INDEX, kFunction);
     }
     return GC_ERR_SUCCESS;
-}
-
-void DataStreamGevTCP::CountFromZero()
-{
-    m_numDelivered = 0;
-    m_numUnderrun = 0;
-    m_streamInfo.m_missedImageCount = 0;
-    m_streamInfo.m_missedPacketCount = 0;
-    const Lock lock(m_inputMutex);
-    m_numStarted = m_inputBuffers.size();
 }
 
 int DataStreamGevTCP::StartHal(int iStartFlags)
@@ -407,25 +276,7 @@ int DataStreamGevTCP::StartHal(int iStartFlags)
     }
     m_pHalGvsp->SetDriverType(kDriverTcp);
 
-    StreamStartParams params;
-    params.m_packetSize = m_streamInfo.m_packetSize;
-    params.m_autoPacketSize = m_streamInfo.m_autoPacketSize;
-    params.m_extendedId = m_streamInfo.m_extendedId;
-    params.m_packetResendEnable = m_streamInfo.m_packetResendEnable;
-    params.m_interPacketExpiry = m_streamInfo.m_interPacketExpiry;
-    params.m_maxResendRequests = m_streamInfo.m_maxResendRequests;
-    params.m_multicastEnable = m_streamInfo.m_multicastEnable;
-    params.m_accessMode = m_accessMode;
-    params.m_retryParam = m_retryParam;
-    params.m_frameRate = m_frameRate;
-    params.m_firstRetryString = m_firstRetryString;
-    params.m_secondRetryString = m_secondRetryString;
-    {
-        const AnnouncedLock lock(m_announcedMutex);
-        if (!m_announcedBuffers.empty()) {
-            params.m_bufferSize = CastHandleToBufferPtr(m_announcedBuffers.front())->m_size;
-        }
-    }
+    StreamStartParams params = MakeStartParams(FirstBufferSize());
     return m_pHalGvsp->Start(m_pHalGev, m_hDevice, params);
 }
 
@@ -465,16 +316,6 @@ int DataStreamGevTCP::StopAcquisition(int iStopFlags)
     m_numStarted = 0;
     m_pHalGvsp->SetDriverType(kDriverTcp);
     return code == GC_ERR_SUCCESS ? code : AppendName(code);
-}
-
-void DataStreamGevTCP::StopGrabThread()
-{
-    // A start that failed half-way has no thread.
-    if (m_grabThread.joinable()) {
-        const boost::this_thread::disable_interruption uninterrupted;
-        m_grabThread.interrupt();
-        m_grabThread.join();
-    }
 }
 
 int DataStreamGevTCP::WaitForNextLeader(unsigned long iTimeout)
