@@ -6,14 +6,13 @@
 #include "frame/PortableUtil.h"
 #include "gev/BigEndian.h"
 #include "gev/SignalBlock.h"
-#include "log/GLogger.h"
 #include "modules/ThreadPriority.h"
+#include "modules/WorkerThread.h"
 
 #include <boost/chrono/duration.hpp>
 #include <boost/thread/lock_guard.hpp>
 
 #include <algorithm>
-#include <exception>
 #include <string>
 
 namespace GenTL {
@@ -247,19 +246,7 @@ void MessageChannelGev::GrabThread()
 {
     // Without the privilege for it the thread goes on as it is.
     ThreadPriority::ApplyThreadPrioritySetting(ThreadPriority::m_priorityEventThread);
-    try {
-        try {
-            ReceiveEvents();
-        } catch (const std::exception& e) {
-            // Out of memory. The channel listens until it is stopped, though nothing comes any more.
-            GLogger::Error(e.what());
-            for (;;) {
-                boost::this_thread::sleep_for(boost::chrono::hours(1));
-            }
-        }
-    } catch (const boost::thread_interrupted&) {
-        // StopListening.
-    }
+    RunUntilInterrupted([this] { ReceiveEvents(); });
 }
 
 void MessageChannelGev::ReceiveEvents()

@@ -12,7 +12,6 @@
 #include "stream/StreamInfo.h"
 
 #include <boost/asio/deadline_timer.hpp>
-#include <boost/chrono/duration.hpp>
 #include <boost/date_time/posix_time/posix_time_types.hpp>
 #include <boost/thread/lock_guard.hpp>
 #include <boost/thread/lock_types.hpp>
@@ -172,23 +171,6 @@ void UpdateBufferInfoResend(StreamInfo& stream, Buffer& buffer)
     stream.m_missedImageCount += gap;
     // An estimate: every image in the gap is charged with the size of this one.
     stream.m_missedPacketCount += remaining + (remaining + buffer.m_packetsReceived) * gap;
-}
-
-void GrabCommon::RunUntilInterrupted(const std::function<void()>& body)
-{
-    try {
-        try {
-            body();
-        } catch (const std::exception& e) {
-            // Out of memory. The stream is grabbing until it is stopped, though nothing comes any more.
-            GLogger::Error(e.what());
-            for (;;) {
-                boost::this_thread::sleep_for(boost::chrono::hours(1));
-            }
-        }
-    } catch (const boost::thread_interrupted&) {
-        // StopAcquisition.
-    }
 }
 
 void GrabCommon::CheckAndCompleteExpiredBuffers()

@@ -8,7 +8,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <functional>
 #include <vector>
 
 namespace GenTL {
@@ -62,9 +61,6 @@ class GrabCommon
 {
 public:
     explicit GrabCommon(DataStreamGev& stream) : m_stream(stream) {}
-
-    /// Runs body, which throws when the thread is interrupted, and returns then. Grab thread.
-    static void RunUntilInterrupted(const std::function<void()>& body);
 
     /// Hands off the images in collection, oldest first, up to the first that is still waited for.
     /// Grab thread and timer thread.

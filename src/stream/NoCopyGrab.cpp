@@ -6,6 +6,7 @@
 #include "log/GLogger.h"
 #include "log/localization.h"
 #include "modules/ThreadPriority.h"
+#include "modules/WorkerThread.h"
 #include "stream/DataStreamGev.h"
 #include "stream/IHALGvsp.h"
 
@@ -81,7 +82,7 @@ void NoCopyGrab::Run()
     // Without the privilege for it the thread goes on as it is.
     ThreadPriority::ApplyThreadPrioritySetting(ThreadPriority::m_priorityGrabThread);
     GLogger::Info("DataStreamGev::GrabThread(NC): Starting");
-    GrabCommon::RunUntilInterrupted([this] {
+    RunUntilInterrupted([this] {
         SetUp();
         GrabImages();
     });

@@ -7,6 +7,7 @@
 #include "log/GLogger.h"
 #include "log/localization.h"
 #include "modules/ThreadPriority.h"
+#include "modules/WorkerThread.h"
 #include "stream/DataStreamGev.h"
 #include "stream/IHALGvsp.h"
 #include "stream/PacketTracking.h"
@@ -63,7 +64,7 @@ void ResendGrab::Run()
     ThreadPriority::ApplyThreadPrioritySetting(ThreadPriority::m_priorityGrabThread);
     GLogger::Info(
         loc::al("DataStreamGev::GrabThreadResend({0}): Starting", {m_stream.m_portInfo.id.c_str()}).c_str());
-    GrabCommon::RunUntilInterrupted([this] {
+    RunUntilInterrupted([this] {
         SetUp();
         GrabImages();
     });

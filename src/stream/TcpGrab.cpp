@@ -6,6 +6,7 @@
 #include "log/GLogger.h"
 #include "log/localization.h"
 #include "modules/ThreadPriority.h"
+#include "modules/WorkerThread.h"
 #include "stream/DataStreamGevTCP.h"
 #include "stream/GrabCommon.h"
 #include "stream/GvspPacket.h"
@@ -67,7 +68,7 @@ void TcpGrab::Run()
         loc::al("DataStreamGev::GrabThreadResend({0}): Starting", {m_stream.m_portInfo.id.c_str()}).c_str());
     m_stream.m_streamInfo.m_currentBlockId = 1;
     m_stream.m_streamInfo.m_lastBlockId = 0;
-    GrabCommon::RunUntilInterrupted([this] { GrabImages(); });
+    RunUntilInterrupted([this] { GrabImages(); });
     const boost::this_thread::disable_interruption noInterruption;
     PutDown();
 }
