@@ -1,7 +1,5 @@
 #include "frame/Error.h"
 
-#include "frame/PortableUtil.h"
-
 #include <cassert>
 #include <utility>
 

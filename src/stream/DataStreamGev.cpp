@@ -10,7 +10,6 @@
 #include "stream/HALGvsp.h"
 #include "stream/NoCopyGrab.h"
 #include "stream/ResendGrab.h"
-#include "stream/StreamRegImpl.h"
 #include "stream/StreamStartParams.h"
 
 #include <boost/date_time/posix_time/posix_time_types.hpp>

@@ -3,11 +3,12 @@
 
 #include "stream/GevStream.h"
 
-#include <boost/thread/thread.hpp>
+#include <boost/thread/condition_variable.hpp>
+#include <boost/thread/mutex.hpp>
 
+#include <cstdint>
 #include <list>
 #include <mutex>
-#include <string>
 
 namespace GenTL {
 
@@ -16,8 +17,8 @@ struct PacketResendRequest;
 
 /// Opens the camera's stream channel, runs the grab thread and answers the transport's info commands.
 ///
-/// Owns: beside what GevStream owns, the grab thread from start to stop, and,
-/// through StreamInfo, the timer thread that the grab thread starts and joins. Borrows: IHALGev.
+/// Owns: beside what GevStream owns, the grab thread from start to stop, and, through StreamInfo, the timer
+/// thread that the grab thread starts and joins. Borrows: IHALGev.
 /// Threads: the consumer's enter every public operation; the grab thread is GrabThreadResend or, without
 /// packet resend, GrabThreadNoCopy; the timer thread runs the handlers on m_ioService. StopAcquisition and
 /// the destructor interrupt and join the grab thread. Locks: m_inFlightMutex, then a buffer's m_mutex, then

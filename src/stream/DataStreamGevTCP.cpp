@@ -9,7 +9,6 @@
 #include "log/GLogger.h"
 #include "log/localization.h"
 #include "stream/HALGvspTCP.h"
-#include "stream/StreamRegImpl.h"
 #include "stream/StreamStartParams.h"
 #include "stream/TcpFrame.h"
 #include "stream/TcpGrab.h"

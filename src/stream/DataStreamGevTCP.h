@@ -4,11 +4,6 @@
 #include "stream/GevStream.h"
 
 #include <boost/thread/mutex.hpp>
-#include <boost/thread/thread.hpp>
-
-#include <atomic>
-#include <cstdint>
-#include <string>
 
 namespace GenTL {
 

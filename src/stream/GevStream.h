@@ -9,6 +9,9 @@
 
 #include <boost/thread/thread.hpp>
 
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
 #include <string>
 
 namespace GenTL {
