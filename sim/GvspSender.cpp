@@ -322,8 +322,7 @@ void GvspSender::SendNextBlock(std::unique_lock<std::mutex>& lock)
     const StreamFaults faults = m_faults;
     lock.unlock();
     const std::shared_ptr<Block> pBlock = MakeBlock(id);
-    const double rate = m_registers.FrameRate();
-    const std::chrono::duration<double> period(rate > 0 ? 1 / rate : 0);
+    const std::chrono::nanoseconds period = m_registers.FramePeriod();
     lock.lock();
     if (opening != m_opening || m_stop) {
         return;
@@ -353,7 +352,7 @@ void GvspSender::SendNextBlock(std::unique_lock<std::mutex>& lock)
     }
     m_tally.Add(&Counters::blocks);
     lock.lock();
-    m_nextImage = std::max(m_nextImage + std::chrono::duration_cast<Clock::duration>(period), Clock::now());
+    m_nextImage = std::max(m_nextImage + period, Clock::now());
     if (m_imagesLeft == 0 && m_isAcquiring) {
         EndAcquisition();
     }

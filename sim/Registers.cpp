@@ -435,9 +435,12 @@ bool Registers::ExtendedId() const
     return (Get(kGvspConfiguration) & kExtendedId) != 0;
 }
 
-double Registers::FrameRate() const
+std::chrono::nanoseconds Registers::FramePeriod() const
 {
-    return FloatValue(Get(Feature::kAcquisitionFrameRate));
+    constexpr double kDay = 24 * 3600;
+    const double rate = FloatValue(Get(Feature::kAcquisitionFrameRate));
+    const std::chrono::duration<double> period(rate > 0 ? std::min(1 / rate, kDay) : 0);
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(period);
 }
 
 }  // namespace sim

@@ -130,7 +130,9 @@ public:
     std::uint64_t TickFrequency() const { return m_tickFrequency; }
     /// The header form of the stream.
     bool ExtendedId() const;
-    double FrameRate() const;
+    /// Between two images; 0 as fast as they go, and a day at most, however slow the rate that the host
+    /// wrote.
+    std::chrono::nanoseconds FramePeriod() const;
 
 private:
     enum class Access { ReadOnly, ReadWrite, WriteOnly };

@@ -164,9 +164,7 @@ void TcpSender::Serve(const Descriptor& connection, std::uint64_t opening)
             return;
         }
         m_tally.Add(&Counters::blocks);
-        const double rate = m_registers.FrameRate();
-        const std::chrono::duration<double> period(rate > 0 ? 1 / rate : 0);
-        due = std::max(due + std::chrono::duration_cast<Clock::duration>(period), Clock::now());
+        due = std::max(due + m_registers.FramePeriod(), Clock::now());
     }
 }
 
