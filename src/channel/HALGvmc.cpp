@@ -69,7 +69,7 @@ int TraverseFirewall(IHALGev* hal, void* device, const MCHandle& mcHandle, unsig
     return GC_ERR_SUCCESS;
 }
 
-int OpeningFailed(int code, const char* function = __builtin_FUNCTION())
+int OpeningFailed(int code, const char* function)
 {
     HLogger::Error("GenTL::HALGvmc::Start OpenAndBindSocket", code);
     return AppendName(code, function);
@@ -92,7 +92,7 @@ int HALGvmc::Start(IHALGev* hal, void* device, bool multicast, int accessMode)
     const int code =
         multicast ? StartMulticast(hal, device, accessMode) : StartUnicast(hal, device, accessMode);
     if (code != GC_ERR_SUCCESS) {
-        return AppendName(code);
+        return code;
     }
     // Events come without the firewall datagram as well, where nothing stands in their way.
     if (const int traversed = TraverseFirewall(hal, device, m_handle, m_capabilities);
@@ -102,47 +102,48 @@ int HALGvmc::Start(IHALGev* hal, void* device, bool multicast, int accessMode)
     return GC_ERR_SUCCESS;
 }
 
-int HALGvmc::StartUnicast(IHALGev* hal, void* device, int accessMode)
+int HALGvmc::StartUnicast(IHALGev* hal, void* device, int accessMode, const char* function)
 {
     if (!HasControl(accessMode)) {
         HLogger::Error("GenTL::HALGvmc::Start unicast read-only failure", GC_ERR_RESOURCE_IN_USE);
-        return StoreName(GC_ERR_RESOURCE_IN_USE);
+        return StoreName(GC_ERR_RESOURCE_IN_USE, function);
     }
     OverlappedSocket& socket = *m_handle.m_pSocket;
     if (const int code = socket.OpenAndBindSocket(HostAddress(device)); code != GC_ERR_SUCCESS) {
-        return OpeningFailed(code);
+        return OpeningFailed(code, function);
     }
-    return WriteDestination(hal, device, ntohl(socket.Address().sin_addr.s_addr));
+    return WriteDestination(hal, device, ntohl(socket.Address().sin_addr.s_addr), function);
 }
 
-int HALGvmc::StartMulticast(IHALGev* hal, void* device, int accessMode)
+int HALGvmc::StartMulticast(IHALGev* hal, void* device, int accessMode, const char* function)
 {
     in_addr group{};
     if (inet_pton(AF_INET, kMulticastGroup, &group) != 1) {
         HLogger::Error("GenTL::HALGvmc::Start error setting multicast address", GC_ERR_RESOURCE_EXHAUSTED);
-        return Raise(GC_ERR_RESOURCE_EXHAUSTED, "Error creating gvmc multicast address");
+        return Raise(GC_ERR_RESOURCE_EXHAUSTED, "Error creating gvmc multicast address", function);
     }
     if (!HasControl(accessMode)) {
-        return OpenMulticastListener(hal, device, group);
+        return OpenMulticastListener(hal, device, group, function);
     }
     const int code = m_handle.m_pSocket->OpenAndBindSocketForMulticast(HostAddress(device),
                                                                        static_cast<int>(group.s_addr));
-    return code == GC_ERR_SUCCESS ? WriteDestination(hal, device, ntohl(group.s_addr)) : OpeningFailed(code);
+    return code == GC_ERR_SUCCESS ? WriteDestination(hal, device, ntohl(group.s_addr), function)
+                                  : OpeningFailed(code, function);
 }
 
-int HALGvmc::OpenMulticastListener(IHALGev* hal, void* device, in_addr group)
+int HALGvmc::OpenMulticastListener(IHALGev* hal, void* device, in_addr group, const char* function)
 {
     unsigned port = 0;
     if (const int code = hal->ReadReg(device, sk_addrMcp, port); code != GC_ERR_SUCCESS) {
         HLogger::Error("GenTL::HALGvmc::Port ReadReg MCP", code);
-        return AppendName(code);
+        return AppendName(code, function);
     }
     const int code = m_handle.m_pSocket->OpenAndBindSocketForMulticastListening(
         HostAddress(device), static_cast<int>(group.s_addr), static_cast<std::uint16_t>(port));
-    return code == GC_ERR_SUCCESS ? code : OpeningFailed(code);
+    return code == GC_ERR_SUCCESS ? code : OpeningFailed(code, function);
 }
 
-int HALGvmc::WriteDestination(IHALGev* hal, void* device, unsigned address)
+int HALGvmc::WriteDestination(IHALGev* hal, void* device, unsigned address, const char* function)
 {
     const struct
     {
@@ -157,7 +158,7 @@ int HALGvmc::WriteDestination(IHALGev* hal, void* device, unsigned address)
         if (const int code = hal->WriteReg(device, write.at, write.value); code != GC_ERR_SUCCESS) {
             HLogger::Error(write.log, code);
             m_handle.m_pSocket->Close();
-            return AppendName(code);
+            return AppendName(code, function);
         }
     }
     return GC_ERR_SUCCESS;

@@ -30,11 +30,15 @@ public:
     int GetNextPacket(char* packet, int size, int& received, unsigned long timeout) override;
 
 private:
-    int StartUnicast(IHALGev* hal, void* device, int accessMode);
-    int StartMulticast(IHALGev* hal, void* device, int accessMode);
-    int OpenMulticastListener(IHALGev* hal, void* device, in_addr group);
+    // The steps of Start raise in its name, which is function.
+    int StartUnicast(IHALGev* hal, void* device, int accessMode, const char* function = __builtin_FUNCTION());
+    int StartMulticast(IHALGev* hal,
+                       void* device,
+                       int accessMode,
+                       const char* function = __builtin_FUNCTION());
+    int OpenMulticastListener(IHALGev* hal, void* device, in_addr group, const char* function);
     /// address is in host order; the port is the socket's. Closes the socket when that fails.
-    int WriteDestination(IHALGev* hal, void* device, unsigned address);
+    int WriteDestination(IHALGev* hal, void* device, unsigned address, const char* function);
 
     std::uint32_t m_capabilities = 0;  // register 0x0930
     MCHandle m_handle;

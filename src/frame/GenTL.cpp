@@ -27,7 +27,7 @@
 #include <ctime>
 #include <fstream>
 #include <memory>
-#include <sstream>
+#include <mutex>
 #include <type_traits>
 #include <utility>
 
@@ -165,15 +165,16 @@ int CloseAndDelete(Module* module, void* h, const char* unknownState, const char
 
 std::string ErrorStackText(Error e)
 {
-    std::ostringstream text;
-    text << "Error Stack:\n";
+    // A stream would print the code in the digit groups of the program's locale.
+    std::string text = "Error Stack:\n";
     int code = 0;
     std::string codeName;
     std::string message;
     while (e.PopError(code, codeName, message) == GC_ERR_SUCCESS) {
-        text << "  " << code << " " << codeName << " :\n      " << message << "\n";
+        text.append("  ").append(std::to_string(code)).append(" ").append(codeName);
+        text.append(" :\n      ").append(message).append("\n");
     }
-    return text.str();
+    return text;
 }
 
 /// Copies text with its terminator into a buffer of *piSize bytes, which it clears first.
@@ -202,7 +203,7 @@ bool* AsBool(bool8_t* flag)
 GC_ERROR GCInitLib()
 {
     {
-        const Lock random(g_randomMutex);
+        const std::lock_guard<std::mutex> random(g_randomMutex);
         srand(static_cast<unsigned>(time(nullptr)));
     }
     const Lock lock(g_libMutex);

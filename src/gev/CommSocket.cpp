@@ -27,7 +27,7 @@ constexpr int kBindAttempts = 16384;
 /// The same in every call of a process: the sockets of a discovery meet at one port.
 int FirstPort()
 {
-    const boost::lock_guard<boost::mutex> lock(g_randomMutex);
+    const std::lock_guard<std::mutex> lock(g_randomMutex);
     srand(static_cast<unsigned>(getpid()));
     return kFirstPort + rand() % kBindAttempts;
 }

@@ -14,12 +14,11 @@ namespace GenTL {
 /// Threads: any, on the same handle too. The list of interfaces is not locked: the System module keeps
 /// GetInterfaces and OpenInterface apart. GetDevices starts two readers and joins them.
 /// Locks, outermost first: the process-wide discovery mutex, AdapterHandle::m_devicesMutex; a device's
-/// transaction mutex, then its connection mutex or a request id mutex (an adapter's, then a device's); the
-/// retries mutex, m_lifeMutex, g_randomMutex are leaves. A transaction waits under its mutex, without limit
-/// when somebody keeps sending foreign or pending answers to the port: such a host can hold up the heartbeat
-/// and the closing of the device.
-/// Life: an object made by new is given up by Dispose. It then lives on until the last of its device handles
-/// is closed, so that a device that outlasts its system still works and can be closed.
+/// transaction mutex, then its connection mutex or a request id mutex (an adapter's, then a device's);
+/// m_lifeMutex and g_randomMutex are leaves. A transaction waits under its mutex, without limit when somebody
+/// keeps sending foreign or pending answers to the port: such a host can hold up the heartbeat and the
+/// closing of the device. Life: an object made by new is given up by Dispose. It then lives on until the last
+/// of its device handles is closed, so that a device that outlasts its system still works and can be closed.
 class HALGev : public IHALGev
 {
 public:

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 
@@ -150,14 +151,7 @@ constexpr int kForeignAcknowledge = -9998;
 /// A camera counts as lost when more time-outs than this come in a row.
 constexpr std::uint64_t kToleratedTimeouts = 2;
 
-boost::mutex g_retriesMutex;
-unsigned long g_retries = 3;
-
-unsigned long Retries()
-{
-    const boost::lock_guard<boost::mutex> lock(g_retriesMutex);
-    return g_retries;
-}
+std::atomic<unsigned long> g_retries{3};
 
 struct Reply
 {
@@ -276,7 +270,7 @@ int Transact(DeviceHandle& device,
                 Append(code, operation.sendNote, operation.name);
             }
         }
-        if (code != GC_ERR_TIMEOUT || attempt >= Retries()) {
+        if (code != GC_ERR_TIMEOUT || attempt >= g_retries) {
             break;
         }
     }
@@ -427,14 +421,13 @@ int HALGev::WriteMem(void* deviceHandle, unsigned address, const char* data, uns
 
 int HALGev::SetGvcpRetries(unsigned long retries)
 {
-    const boost::lock_guard<boost::mutex> lock(g_retriesMutex);
     g_retries = retries;
     return GC_ERR_SUCCESS;
 }
 
 int HALGev::GetGvcpRetries(unsigned long& retries)
 {
-    retries = Retries();
+    retries = g_retries;
     return GC_ERR_SUCCESS;
 }
 

@@ -191,7 +191,7 @@ int HALGvsp::Start(IHALGev* hal, void* device, StreamStartParams& params)
     const int code = params.m_multicastEnable ? StartMulticast(hal, device, params)
                                               : StartUnicast(hal, device, params, "");
     if (code != GC_ERR_SUCCESS) {
-        return AppendName(code);
+        return code;
     }
     if (GvspPayloadPerPacket(params.m_packetSize, GvspHeaderSize(params.m_extendedId)) == 0) {
         Stop(hal, device, params.m_packetSize, params.m_accessMode);
@@ -203,93 +203,96 @@ int HALGvsp::Start(IHALGev* hal, void* device, StreamStartParams& params)
     return GC_ERR_SUCCESS;
 }
 
-int HALGvsp::StartUnicast(IHALGev* hal, void* device, StreamStartParams& params, const char* portText)
+int HALGvsp::StartUnicast(
+    IHALGev* hal, void* device, StreamStartParams& params, const char* portText, const char* function)
 {
     if (!HasControl(params.m_accessMode)) {
-        return StoreName(GC_ERR_RESOURCE_IN_USE);
+        return StoreName(GC_ERR_RESOURCE_IN_USE, function);
     }
     OverlappedSocket& socket = *m_stream.m_pSocket;
     if (const int code = socket.OpenAndBindSocket(HostAddress(device)); code != GC_ERR_SUCCESS) {
         HLogger::Error("GenTL::HALGvsp::Start OpenAndBindSocket");
-        return AppendName(code);
+        return AppendName(code, function);
     }
     const unsigned host = ntohl(socket.Address().sin_addr.s_addr);
-    if (const int code = WriteDestination(hal, device, host, portText); code != GC_ERR_SUCCESS) {
-        return AppendName(code);
+    if (const int code = WriteDestination(hal, device, host, portText, function); code != GC_ERR_SUCCESS) {
+        return code;
     }
     TryTraverseFirewall(hal, device, m_stream, m_gvspCapabilities);
     const int code = TestPacketSize(hal, device, m_stream, params.m_packetSize, params.m_autoPacketSize);
     if (code != GC_ERR_SUCCESS) {
         HLogger::Error("GenTL::HALGvsp::Start TestPacketSize");
         Stop(hal, device, params.m_packetSize, params.m_accessMode);
-        return Append(code, "GenTL::HALGvsp::Start TestPacketSize Failed with err: " + std::to_string(code));
+        return Append(code, "GenTL::HALGvsp::Start TestPacketSize Failed with err: " + std::to_string(code),
+                      function);
     }
     return GC_ERR_SUCCESS;
 }
 
-int HALGvsp::StartMulticast(IHALGev* hal, void* device, StreamStartParams& params)
+int HALGvsp::StartMulticast(IHALGev* hal, void* device, StreamStartParams& params, const char* function)
 {
     in_addr group{};
     if (inet_pton(AF_INET, kMulticastGroup, &group) != 1) {
         HLogger::Error("GenTL::HALGvsp::Start error setting multicast address");
-        return Raise(GC_ERR_RESOURCE_EXHAUSTED, "Error creating gvsp multicast address");
+        return Raise(GC_ERR_RESOURCE_EXHAUSTED, "Error creating gvsp multicast address", function);
     }
     if (!HasControl(params.m_accessMode)) {
-        return OpenMulticastListener(hal, device, group);
+        return OpenMulticastListener(hal, device, group, function);
     }
     // The packet size is tried on a unicast path, before any listener sees a packet.
     const char* portText = "HALGvsp::Start :: Writing unicast port {0}";
-    if (const int code = StartUnicast(hal, device, params, portText); code != GC_ERR_SUCCESS) {
-        return AppendName(code);
+    if (const int code = StartUnicast(hal, device, params, portText, function); code != GC_ERR_SUCCESS) {
+        return code;
     }
     m_stream.m_pSocket->Close();
-    if (const int code = OpenMulticastMaster(hal, device, group); code != GC_ERR_SUCCESS) {
+    if (const int code = OpenMulticastMaster(hal, device, group, function); code != GC_ERR_SUCCESS) {
         // The camera's channel is open towards the unicast port that is gone.
         Stop(hal, device, params.m_packetSize, params.m_accessMode);
-        return AppendName(code);
+        return code;
     }
     return GC_ERR_SUCCESS;
 }
 
-int HALGvsp::OpenMulticastMaster(IHALGev* hal, void* device, in_addr group)
+int HALGvsp::OpenMulticastMaster(IHALGev* hal, void* device, in_addr group, const char* function)
 {
     OverlappedSocket& socket = *m_stream.m_pSocket;
     const int code =
         socket.OpenAndBindSocketForMulticast(HostAddress(device), static_cast<int>(group.s_addr));
     if (code != GC_ERR_SUCCESS) {
-        return AppendName(code);
+        return AppendName(code, function);
     }
-    if (const int written = WriteDestination(hal, device, ntohl(group.s_addr), "");
+    if (const int written = WriteDestination(hal, device, ntohl(group.s_addr), "", function);
         written != GC_ERR_SUCCESS) {
-        return AppendName(written);
+        return written;
     }
     TryTraverseFirewall(hal, device, m_stream, m_gvspCapabilities);
     return GC_ERR_SUCCESS;
 }
 
-int HALGvsp::OpenMulticastListener(IHALGev* hal, void* device, in_addr group)
+int HALGvsp::OpenMulticastListener(IHALGev* hal, void* device, in_addr group, const char* function)
 {
     unsigned port = 0;
     if (const int code = hal->ReadReg(device, sk_addrScp, port); code != GC_ERR_SUCCESS) {
         HLogger::Error("GenTL::HALGvsp::Port ReadReg SCP");
-        return AppendName(code);
+        return AppendName(code, function);
     }
     const int code = m_stream.m_pSocket->OpenAndBindSocketForMulticastListening(
         HostAddress(device), static_cast<int>(group.s_addr), static_cast<std::uint16_t>(port));
     if (code != GC_ERR_SUCCESS) {
-        return AppendName(code);
+        return AppendName(code, function);
     }
     TryTraverseFirewall(hal, device, m_stream, m_gvspCapabilities);
     return GC_ERR_SUCCESS;
 }
 
-int HALGvsp::WriteDestination(IHALGev* hal, void* device, unsigned address, const char* portText)
+int HALGvsp::WriteDestination(
+    IHALGev* hal, void* device, unsigned address, const char* portText, const char* function)
 {
     OverlappedSocket& socket = *m_stream.m_pSocket;
     if (const int code = hal->WriteReg(device, sk_addrScda, address); code != GC_ERR_SUCCESS) {
         HLogger::Error("GenTL::HALGvsp::Start WriteReg SCDA");
         socket.Close();
-        return AppendName(code);
+        return AppendName(code, function);
     }
     const unsigned port = ntohs(socket.Address().sin_port);
     if (*portText != '\0') {
@@ -298,7 +301,7 @@ int HALGvsp::WriteDestination(IHALGev* hal, void* device, unsigned address, cons
     if (const int code = hal->WriteReg(device, sk_addrScp, port); code != GC_ERR_SUCCESS) {
         HLogger::Error("GenTL::HALGvsp::Start WriteReg SCP");
         socket.Close();
-        return AppendName(code);
+        return AppendName(code, function);
     }
     return GC_ERR_SUCCESS;
 }

@@ -4,6 +4,7 @@
 #include "stream/IHALGvsp.h"
 #include "stream/StreamHandle.h"
 
+#include <atomic>
 #include <cstdint>
 
 namespace GenTL {
@@ -46,19 +47,29 @@ public:
     int QueuePacketBufferLwfRingBuffer() override;
 
 private:
+    // The steps of Start raise in its name, which is function.
+
     /// portText is logged with the port before that is written; empty logs nothing.
-    int StartUnicast(IHALGev* hal, void* device, StreamStartParams& params, const char* portText);
-    int StartMulticast(IHALGev* hal, void* device, StreamStartParams& params);
-    int OpenMulticastMaster(IHALGev* hal, void* device, in_addr group);
-    int OpenMulticastListener(IHALGev* hal, void* device, in_addr group);
+    int StartUnicast(IHALGev* hal,
+                     void* device,
+                     StreamStartParams& params,
+                     const char* portText,
+                     const char* function = __builtin_FUNCTION());
+    int StartMulticast(IHALGev* hal,
+                       void* device,
+                       StreamStartParams& params,
+                       const char* function = __builtin_FUNCTION());
+    int OpenMulticastMaster(IHALGev* hal, void* device, in_addr group, const char* function);
+    int OpenMulticastListener(IHALGev* hal, void* device, in_addr group, const char* function);
     /// Tells the camera where to send: address, in host order, and the socket's port. Closes the socket when
     /// that fails.
-    int WriteDestination(IHALGev* hal, void* device, unsigned address, const char* portText);
+    int WriteDestination(
+        IHALGev* hal, void* device, unsigned address, const char* portText, const char* function);
 
     StreamHandle m_stream;
-    std::uint32_t m_gvspCapabilities = 0;  // 0: not read yet
-    DriverType m_driverType = kDriverUdpSocket;
-    std::uint32_t m_gevVersion = 0;  // 0: not read yet
+    std::uint32_t m_gvspCapabilities = 0;                    // 0: not read yet
+    std::atomic<DriverType> m_driverType{kDriverUdpSocket};  // asked for by who queues buffers
+    std::uint32_t m_gevVersion = 0;                          // 0: not read yet
 };
 
 }  // namespace GenTL

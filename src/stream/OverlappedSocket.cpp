@@ -5,9 +5,6 @@
 #include "log/HLogger.h"
 #include "log/localization.h"
 
-#include <boost/thread/lock_guard.hpp>
-#include <boost/thread/mutex.hpp>
-
 #include <arpa/inet.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
@@ -19,6 +16,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <ctime>
+#include <mutex>
 #include <string>
 
 namespace GenTL {
@@ -28,8 +26,7 @@ constexpr std::uint16_t kFirstPort = 49152;
 constexpr std::uint16_t kLastPort = 65535;
 constexpr int kInitialTimeoutMs = 200;
 
-boost::mutex
-    g_bindPortMutex;  // guards the two ports that the next socket tries first; streams may start at once
+std::mutex g_bindPortMutex;  // guards the two ports that the next socket tries first
 
 std::uint16_t PortAfter(std::uint16_t port)
 {
@@ -53,15 +50,19 @@ void LogReceiveBufferSize(int socket, const char* text)
 }
 
 /// Logs a failed read and answers its code.
-int ReadFailed(const char* readText, const char* sizeText, int size)
+int ReadFailed(const char* readText,
+               const char* sizeText,
+               int size,
+               const char* function = __builtin_FUNCTION())
 {
     const int error = errno;
     HLogger::Error(readText, error);
     HLogger::Error(loc::al(sizeText, {std::to_string(size).c_str()}).c_str());
     if (error == EAGAIN || error == ETIMEDOUT) {
-        return Raise(GC_ERR_TIMEOUT, "GenTL::OverlappedSocket::Receive recvfrom Failed: TIMEOUT");
+        return Raise(GC_ERR_TIMEOUT, "GenTL::OverlappedSocket::Receive recvfrom Failed: TIMEOUT", function);
     }
-    return Raise(GC_ERR_IO, "GenTL::OverlappedSocket::Receive recvfrom Failed: " + std::to_string(error));
+    return Raise(GC_ERR_IO, "GenTL::OverlappedSocket::Receive recvfrom Failed: " + std::to_string(error),
+                 function);
 }
 
 std::size_t Size(int bytes)
@@ -83,7 +84,7 @@ int OverlappedSocket::OpenAndBindSocket(sockaddr_in address)
     }
     {
         static std::uint16_t currBindPort = kFirstPort;
-        const boost::lock_guard<boost::mutex> lock(g_bindPortMutex);
+        const std::lock_guard<std::mutex> lock(g_bindPortMutex);
         std::uint16_t port = currBindPort;
         m_address.sin_port = htons(port);
         while (Bind(m_address) != 0) {
@@ -106,11 +107,11 @@ int OverlappedSocket::OpenAndBindSocketForMulticast(sockaddr_in address, int gro
         return code;
     }
     if (const int code = ShareAddress(); code != GC_ERR_SUCCESS) {
-        return AppendName(code);
+        return code;
     }
     {
-        const boost::lock_guard<boost::mutex> lock(g_bindPortMutex);
-        const boost::lock_guard<boost::mutex> random(g_randomMutex);
+        const std::lock_guard<std::mutex> lock(g_bindPortMutex);
+        const std::lock_guard<std::mutex> random(g_randomMutex);
         static std::uint16_t currBindPort = [] {
             srand(static_cast<unsigned>(time(nullptr)));
             return DrawPort();
@@ -145,7 +146,7 @@ int OverlappedSocket::OpenAndBindSocketForMulticastListening(sockaddr_in address
         return code;
     }
     if (const int code = ShareAddress(); code != GC_ERR_SUCCESS) {
-        return AppendName(code);
+        return code;
     }
     m_address.sin_port = htons(port);
     sockaddr_in any{};
@@ -242,14 +243,14 @@ int OverlappedSocket::SetTimeout(int ms)
     return GC_ERR_SUCCESS;
 }
 
-int OverlappedSocket::OpenUdp(const sockaddr_in& address)
+int OverlappedSocket::OpenUdp(const sockaddr_in& address, const char* function)
 {
     OverlappedSocket::Close();
     m_address = address;
     m_address.sin_family = AF_INET;
     m_socket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP);
     if (m_socket == -1) {
-        return Raise(GC_ERR_RESOURCE_EXHAUSTED, "Couldn't open gvsp socket");
+        return Raise(GC_ERR_RESOURCE_EXHAUSTED, "Couldn't open gvsp socket", function);
     }
     return GC_ERR_SUCCESS;
 }
@@ -259,12 +260,12 @@ int OverlappedSocket::Bind(const sockaddr_in& address) const
     return bind(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address);
 }
 
-int OverlappedSocket::ShareAddress()
+int OverlappedSocket::ShareAddress(const char* function)
 {
     const int on = 1;
     if (setsockopt(m_socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) {
         OverlappedSocket::Close();
-        return Raise(GC_ERR_RESOURCE_EXHAUSTED, "Unable to reuse port");
+        return Raise(GC_ERR_RESOURCE_EXHAUSTED, "Unable to reuse port", function);
     }
     return GC_ERR_SUCCESS;
 }
@@ -280,11 +281,11 @@ int OverlappedSocket::JoinGroup(int group)
                : errno;
 }
 
-int OverlappedSocket::SetUpReading(const char* sizeText)
+int OverlappedSocket::SetUpReading(const char* sizeText, const char* function)
 {
     if (const int code = SetTimeout(kInitialTimeoutMs); code != GC_ERR_SUCCESS) {
         OverlappedSocket::Close();
-        return AppendName(code);
+        return AppendName(code, function);
     }
     LogReceiveBufferSize(m_socket, sizeText);
     return GC_ERR_SUCCESS;

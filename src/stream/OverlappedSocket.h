@@ -45,12 +45,13 @@ public:
     const sockaddr_in& Address() const { return m_address; }
 
 private:
-    int OpenUdp(const sockaddr_in& address);
+    // These raise in the name of the operation that calls them.
+    int OpenUdp(const sockaddr_in& address, const char* function = __builtin_FUNCTION());
     int Bind(const sockaddr_in& address) const;
-    int ShareAddress();
+    int ShareAddress(const char* function = __builtin_FUNCTION());
     /// 0 or the system's error.
     int JoinGroup(int group);
-    int SetUpReading(const char* sizeText);
+    int SetUpReading(const char* sizeText, const char* function = __builtin_FUNCTION());
 
     sockaddr_in m_address{};
     bool m_isMulticastMember = false;
