@@ -106,7 +106,8 @@ public:
     Relaxed<bool> m_bufferExpiryDone;
     std::vector<PacketResendRequest*> m_resendRequests;
     boost::mutex m_resendRequestsMutex;
-    /// Counts the fills. A timer handler that was due before its timer was cancelled belongs to an older one.
+    /// Changes with each arming and each cancelling: tells a handler that was due before its timer was
+    /// cancelled that it is stale.
     std::uint64_t m_timerGeneration = 0;
 };
 

@@ -1,5 +1,6 @@
 #include "channel/MessageChannel.h"
 
+#include "buffers/HandleQueue.h"
 #include "channel/MCBuffer.h"
 #include "channel/RemoteDeviceEvent.h"
 #include "frame/Error.h"
@@ -62,15 +63,23 @@ const EventRefusal* FindRefusal(int type)
     return found != std::end(kEventRefusals) ? found : nullptr;
 }
 
+/// Raises in the name of the caller.
+int FindMCBuffer(void* hBuffer, MCBuffer*& pMCBuf, const char* function = __builtin_FUNCTION())
+{
+    if (const int code = CheckHandle(hBuffer); code != GC_ERR_SUCCESS) {
+        return AppendName(code, function);
+    }
+    if (CastHandleToIBufferPtr(hBuffer) == nullptr) {
+        return Raise(GC_ERR_INVALID_HANDLE, "hBuffer is not a valid buffer type", function);
+    }
+    pMCBuf = ToMCBuffer(hBuffer);
+    return pMCBuf != nullptr ? static_cast<int>(GC_ERR_SUCCESS)
+                             : Raise(GC_ERR_INVALID_HANDLE, "pMCBuf is not a valid buffer type", function);
+}
+
 int Refuse(const char* function = __builtin_FUNCTION(), int line = __builtin_LINE())
 {
     return Raise(GC_ERR_NOT_IMPLEMENTED, "only GEV message channels are supported", function, line);
-}
-
-template <typename Queue>
-bool Contains(const Queue& queue, const GenTLHandle* hBuffer)
-{
-    return std::find(queue.begin(), queue.end(), hBuffer) != queue.end();
 }
 
 /// The end of a wait; what would lie beyond the clock's range counts as a hundred years.
@@ -227,15 +236,9 @@ int MessageChannel::AllocAndAnnounceBuffer(std::size_t iSize, void* pPrivate, vo
 
 int MessageChannel::QueueBuffer(void* hBuffer)
 {
-    if (const int code = CheckHandle(hBuffer); code != GC_ERR_SUCCESS) {
-        return AppendName(code);
-    }
-    if (CastHandleToIBufferPtr(hBuffer) == nullptr) {
-        return Raise(GC_ERR_INVALID_HANDLE, "hBuffer is not a valid buffer type");
-    }
-    MCBuffer* pMCBuf = ToMCBuffer(hBuffer);
-    if (pMCBuf == nullptr) {
-        return Raise(GC_ERR_INVALID_HANDLE, "pMCBuf is not a valid buffer type");
+    MCBuffer* pMCBuf = nullptr;
+    if (const int code = FindMCBuffer(hBuffer, pMCBuf); code != GC_ERR_SUCCESS) {
+        return code;
     }
     const QueueLock lock(m_inputMutex);
     m_inputBuffers.push_back(static_cast<GenTLHandle*>(hBuffer));
@@ -307,14 +310,11 @@ int MessageChannel::GetBufferID(unsigned iIndex, void** phBuffer) const
 int MessageChannel::GetBufferInfo(
     void* hBuffer, int iInfoCmd, int* piType, void* pBuffer, std::size_t* piSize)
 {
-    if (const int code = CheckHandle(hBuffer); code != GC_ERR_SUCCESS) {
-        return AppendName(code);
-    }
-    const MCBuffer* pMCBuf = ToMCBuffer(hBuffer);
-    if (pMCBuf == nullptr) {
+    MCBuffer* pMCBuf = nullptr;
+    if (const int code = FindMCBuffer(hBuffer, pMCBuf); code != GC_ERR_SUCCESS) {
         // Spelled so in the logs that users search.
         GLogger::Error("GenTL::MessageChannel::RevokeBuffer Buffer handle is of worng type");
-        return StoreName(GC_ERR_INVALID_HANDLE);
+        return code;
     }
     const auto answer = [&](auto value) { return m_info.SetInfo(value, piType, pBuffer, piSize); };
     switch (iInfoCmd) {

@@ -31,7 +31,8 @@ MCBuffer* ToMCBuffer(void* hBuffer);
 ///
 /// Owns: the announced buffers with their memory and handles, and the event. Threads: the consumer's waits,
 /// kills and flushes from any thread and does the rest from one; the transport's receive thread takes buffers
-/// and gives them back. Locks: the three mutexes are leaves, never held together.
+/// and gives them back. Locks: the three mutexes are never held together; only that of the error cache is
+/// taken inside.
 ///
 /// A buffer that the receive thread has in hand is in no queue. RevokeBuffer refuses it, and a flush that
 /// happens meanwhile keeps it out of both queues.

@@ -244,9 +244,7 @@ void MessageChannelGev::StopThread()
 
 void MessageChannelGev::GrabThread()
 {
-    // Without the privilege for it the thread goes on as it is.
-    ThreadPriority::ApplyThreadPrioritySetting(ThreadPriority::m_priorityEventThread);
-    RunUntilInterrupted([this] { ReceiveEvents(); });
+    RunUntilInterrupted(ThreadPriority::m_priorityEventThread, [this] { ReceiveEvents(); });
 }
 
 void MessageChannelGev::ReceiveEvents()

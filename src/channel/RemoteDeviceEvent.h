@@ -30,7 +30,9 @@ public:
                     void* pOutBuffer,
                     std::size_t* piOutSize) const override;
     int GetInfo(int iInfoCmd, int* piType, void* pBuffer, std::size_t* piSize) override;
-    /// Takes every buffer from the channel: no event comes any more until the consumer registers anew.
+    /// Takes every buffer from the channel: no event comes any more until the consumer registers anew. A
+    /// buffer that another thread holds inside GetData goes back all the same, and brings one event at a
+    /// time.
     int Flush() const override;
     /// Ends no wait: a finite one that finds nothing gives GC_ERR_ABORT at its own time.
     int Kill() const override;

@@ -174,16 +174,26 @@ int RevokeBuffers(IMessageChannel& channel)
     }
 }
 
-/// Undoes BeginListening as far as it came. All steps run; the first failure is the result.
+/// Undoes BeginListening as far as it came. All steps run; the first failure is the result, and its error the
+/// cached one.
 int EndListening(IMessageChannel& channel)
 {
     int first = GC_ERR_SUCCESS;
-    const auto note = [&first](int code) { first = first == GC_ERR_SUCCESS ? code : first; };
+    Error failure;
+    const auto note = [&](int code) {
+        if (code != GC_ERR_SUCCESS && first == GC_ERR_SUCCESS) {
+            first = code;
+            ErrorCache::GetErrorCache()->Peak(failure);
+        }
+    };
     note(channel.StopListening());
     note(channel.Flush());
     note(RevokeBuffers(channel));
     note(channel.UnregisterEvent(EVENT_REMOTE_DEVICE));
     note(channel.Close());
+    if (first != GC_ERR_SUCCESS) {
+        ErrorCache::GetErrorCache()->OverwriteCachedErrorWith(failure);
+    }
     return first;
 }
 

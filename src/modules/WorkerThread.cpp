@@ -1,6 +1,7 @@
 #include "modules/WorkerThread.h"
 
 #include "log/GLogger.h"
+#include "modules/ThreadPriority.h"
 
 #include <boost/chrono/duration.hpp>
 #include <boost/thread/thread.hpp>
@@ -8,14 +9,28 @@
 #include <exception>
 
 namespace GenTL {
+namespace {
 
-void RunUntilInterrupted(const std::function<void()>& body)
+void LogUnlessMemoryIsShort(const char* text)
+{
+    try {
+        GLogger::Error(text);
+    } catch (const std::exception&) {
+        // A record needs memory too.
+    }
+}
+
+}  // namespace
+
+void RunUntilInterrupted(long priority, const std::function<void()>& body)
 {
     try {
         try {
+            // Without the privilege for it the thread goes on as it is.
+            ThreadPriority::ApplyThreadPrioritySetting(priority);
             body();
         } catch (const std::exception& e) {
-            GLogger::Error(e.what());
+            LogUnlessMemoryIsShort(e.what());
             for (;;) {
                 boost::this_thread::sleep_for(boost::chrono::hours(1));
             }

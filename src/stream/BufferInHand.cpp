@@ -26,7 +26,7 @@ void BufferInHand::Release()
 bool BufferInHand::Holds(const GenTLHandle* hBuffer) const
 {
     const boost::lock_guard<boost::mutex> lock(m_mutex);
-    return m_hBuffer == hBuffer;
+    return m_hBuffer != nullptr && m_hBuffer == hBuffer;
 }
 
 void BufferInHand::Recall(const GenTLHandle* hBuffer)
@@ -34,7 +34,7 @@ void BufferInHand::Recall(const GenTLHandle* hBuffer)
     // The memory must not be freed under the grab thread, whatever happens to the consumer's.
     const boost::this_thread::disable_interruption noInterruption;
     boost::unique_lock<boost::mutex> lock(m_mutex);
-    while (m_hBuffer == hBuffer) {
+    while (m_hBuffer != nullptr && m_hBuffer == hBuffer) {
         m_isRecalled = true;
         m_released.wait(lock);
     }

@@ -10,9 +10,9 @@ namespace GenTL {
 
 struct GenTLHandle;
 
-/// The grab thread blocks in the socket with the image memory as its target. A buffer handed off at its
-/// expiry can be revoked meanwhile: Recall then waits until the grab thread has let go of the memory, which
-/// takes one receive time-out at most.
+/// The grab thread blocks in the socket with the image memory as its target. Over UDP a buffer handed off at
+/// its expiry can be revoked meanwhile: Recall then waits until the grab thread has let go of the memory,
+/// which takes one receive time-out at most.
 ///
 /// Owns: nothing. Threads: the grab thread takes and releases, the consumer's asks and recalls. Locks:
 /// m_mutex, a leaf. Recall must be called with no lock of the stream held.
@@ -26,6 +26,7 @@ public:
     /// Grab thread, between two packets: somebody waits for the buffer.
     bool IsRecalled() const { return m_isRecalled; }
 
+    /// False for a null handle.
     bool Holds(const GenTLHandle* hBuffer) const;
     /// Returns when the grab thread doesn't hold hBuffer.
     void Recall(const GenTLHandle* hBuffer);

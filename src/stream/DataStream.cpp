@@ -1,6 +1,7 @@
 #include "stream/DataStream.h"
 
 #include "buffers/Buffer.h"
+#include "buffers/HandleQueue.h"
 #include "buffers/NewBufferEvent.h"
 #include "buffers/OpenedDataStreamGevStateManager.h"
 #include "device/ProtectedSet.h"
@@ -197,12 +198,6 @@ constexpr const char* kUnknownEvent =
     "EVENT_TYPE must be one of :\n"
     "GenTL::EVENT_ERROR, GenTL::EVENT_MODULE, GenTL::EVENT_FEATURE_INVALIDATE, \n"
     "GenTL::EVENT_FEATURE_CHANGE, GenTL::EVENT_REMOTE_DEVICE, GenTL::EVENT_NEW_BUFFER";
-
-template <typename Queue>
-bool Contains(const Queue& queue, const GenTLHandle* hBuffer)
-{
-    return std::find(queue.begin(), queue.end(), hBuffer) != queue.end();
-}
 
 /// The buffer of a valid handle; null when it is a handle of something else.
 Buffer* ToBuffer(void* hBuffer)
@@ -411,7 +406,6 @@ int DataStream::Announce(std::unique_ptr<Buffer> buffer, void** phBuffer)
 int DataStream::QueueBuffer(void* hBuffer)
 {
     if (const int code = CheckHandle(hBuffer); code != GC_ERR_SUCCESS) {
-        GLogger::Error("GenTL::DataStream::QueueBuffer Buffer handle is not valid GenTL handle");
         return AppendName(code);
     }
     if (CastHandleToIBufferPtr(hBuffer) == nullptr) {

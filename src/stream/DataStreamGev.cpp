@@ -1,6 +1,7 @@
 #include "stream/DataStreamGev.h"
 
 #include "buffers/Buffer.h"
+#include "buffers/HandleQueue.h"
 #include "buffers/OpenedDataStreamGevStateManager.h"
 #include "frame/Error.h"
 #include "frame/GenTLHandle.h"
@@ -12,19 +13,12 @@
 #include "stream/ResendGrab.h"
 #include "stream/StreamStartParams.h"
 
-#include <boost/date_time/posix_time/posix_time_types.hpp>
 #include <boost/thread/lock_guard.hpp>
-#include <boost/thread/lock_types.hpp>
-
-#include <algorithm>
-#include <limits>
 
 namespace GenTL {
 namespace {
 
 using Lock = boost::lock_guard<boost::mutex>;
-
-constexpr unsigned long kGvcpRetries = 3;
 
 }  // namespace
 
@@ -46,6 +40,7 @@ int DataStreamGev::CheckOpen(const char* function, int line) const
 
 int DataStreamGev::Open(IHALGvsp* pHal)
 {
+    const Lock life(m_lifeMutex);
     if (m_isOpen) {
         return Raise(GC_ERR_RESOURCE_IN_USE, "DataStreamGev is already open");
     }
@@ -105,18 +100,12 @@ bool DataStreamGev::IsLentAfterHandOff(void* hBuffer) const
 {
     const auto* handle = static_cast<const GenTLHandle*>(hBuffer);
     const Lock inFlight(m_inFlightMutex);
-    if (!m_bufferInHand.Holds(handle)) {
-        return false;
-    }
-    const bool isInCollection =
-        std::find(m_inFlightBuffers.begin(), m_inFlightBuffers.end(), handle) != m_inFlightBuffers.end();
-    if (isInCollection) {
+    if (!m_bufferInHand.Holds(handle) || Contains(m_inFlightBuffers, handle)) {
         return false;
     }
     // While it waits in a queue it can't be revoked anyway.
     const Lock output(m_outputMutex);
-    return !CastHandleToBufferPtr(hBuffer)->m_isQueued &&
-           std::find(m_outputBuffers.begin(), m_outputBuffers.end(), handle) == m_outputBuffers.end();
+    return !CastHandleToBufferPtr(hBuffer)->m_isQueued && !Contains(m_outputBuffers, handle);
 }
 
 int DataStreamGev::FlushQueue(int iOperation)
@@ -124,6 +113,7 @@ int DataStreamGev::FlushQueue(int iOperation)
     if (!m_isOpen) {
         return Raise(GC_ERR_INVALID_HANDLE, "the data stream is not open");
     }
+    const Lock inFlight(m_inFlightMutex);
     return DataStream::FlushQueue(iOperation);
 }
 
@@ -159,6 +149,7 @@ int DataStreamGev::SetInfo(int iInfoCmd, int iType, const void* pBuffer, std::si
 
 int DataStreamGev::StartAcquisition(int iStartFlags, unsigned long iNumToAcquire)
 {
+    const Lock life(m_lifeMutex);
     if (const int code = CheckStart(iStartFlags, iNumToAcquire); code != GC_ERR_SUCCESS) {
         return code;
     }
@@ -254,6 +245,7 @@ void DataStreamGev::GrabThreadResend()
 
 int DataStreamGev::StopAcquisition(int iStopFlags)
 {
+    const Lock life(m_lifeMutex);
     if (const int code = CheckOpen(); code != GC_ERR_SUCCESS) {
         return code;
     }
@@ -267,21 +259,12 @@ int DataStreamGev::StopAcquisition(int iStopFlags)
         return StoreName(GC_ERR_INVALID_INDEX);
     }
     StopGrabThread();
-    ReleaseLeaderWaiters();
+    m_leaderSeen.Signal();  // no leader comes any more, and nobody is to wait for it
     m_isGrabbing = false;
     const int code = m_pHalGvsp->Stop(m_pHalGev, m_hDevice, m_streamInfo.m_packetSize, m_accessMode);
     m_numStarted = 0;
     m_pHalGvsp->SetDriverType(kDriverUdpSocket);
     return code == GC_ERR_SUCCESS ? code : AppendName(code);
-}
-
-void DataStreamGev::ReleaseLeaderWaiters()
-{
-    {
-        const Lock lock(m_leaderMutex);
-        m_leaderSeen = true;
-    }
-    m_leaderCondition.notify_all();
 }
 
 int DataStreamGev::WaitForNextLeader(unsigned long iTimeout)
@@ -292,26 +275,7 @@ int DataStreamGev::WaitForNextLeader(unsigned long iTimeout)
     if (m_pHalGvsp->GetDriverType() == kDriverLwf) {
         return m_pHalGvsp->WaitForNextLeader(iTimeout);
     }
-    if (iTimeout != GENTL_INFINITE && iTimeout > std::numeric_limits<std::uint32_t>::max()) {
-        return StoreName(GC_ERR_INVALID_PARAMETER);
-    }
-    boost::unique_lock<boost::mutex> lock(m_leaderMutex);
-    if (iTimeout == GENTL_INFINITE) {
-        while (!m_leaderSeen) {
-            m_leaderCondition.wait(lock);
-        }
-    } else {
-        const boost::system_time deadline =
-            boost::posix_time::microsec_clock::universal_time() +
-            boost::posix_time::milliseconds(static_cast<std::int64_t>(iTimeout));
-        while (!m_leaderSeen) {
-            if (!m_leaderCondition.timed_wait(lock, deadline) && !m_leaderSeen) {
-                return StoreName(GC_ERR_TIMEOUT);
-            }
-        }
-    }
-    m_leaderSeen = false;
-    return GC_ERR_SUCCESS;
+    return m_leaderSeen.Wait(iTimeout);
 }
 
 int DataStreamGev::ResetWaitForNextLeader()
@@ -322,8 +286,7 @@ int DataStreamGev::ResetWaitForNextLeader()
     if (m_pHalGvsp->GetDriverType() == kDriverLwf) {
         return m_pHalGvsp->ResetWaitForNextLeader();
     }
-    const Lock lock(m_leaderMutex);
-    m_leaderSeen = false;
+    m_leaderSeen.Reset();
     return GC_ERR_SUCCESS;
 }
 

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "stream/GevStream.h"
+#include "stream/LeaderSignal.h"
 
-#include <boost/thread/condition_variable.hpp>
 #include <boost/thread/mutex.hpp>
 
 #include <cstdint>
@@ -21,9 +21,9 @@ struct PacketResendRequest;
 /// thread that the grab thread starts and joins. Borrows: IHALGev.
 /// Threads: the consumer's enter every public operation; the grab thread is GrabThreadResend or, without
 /// packet resend, GrabThreadNoCopy; the timer thread runs the handlers on m_ioService. StopAcquisition and
-/// the destructor interrupt and join the grab thread. Locks: m_inFlightMutex, then a buffer's m_mutex, then
-/// its m_resendRequestsMutex, a request's m_mutex and m_resendRequestListMutex, or the queue mutexes, then
-/// m_announcedMutex. m_leaderMutex and the mutex of m_bufferInHand are leaves.
+/// the destructor interrupt and join the grab thread. Locks: m_lifeMutex, m_inFlightMutex, then a buffer's
+/// m_mutex, then its m_resendRequestsMutex, a request's m_mutex and m_resendRequestListMutex, or the queue
+/// mutexes, then m_announcedMutex. The mutexes of m_leaderSeen and m_bufferInHand are leaves.
 ///
 /// Revocation while the grab thread runs. A buffer is the grab thread's from the moment it leaves a queue
 /// until it is handed off:
@@ -81,7 +81,6 @@ private:
     /// Opens the camera's channel and takes the measures that came out of it.
     int StartHal(int iStartFlags);
     int StartGrabThread();
-    void ReleaseLeaderWaiters();
     /// A buffer that was handed off while the grab thread still receives into it.
     bool IsLentAfterHandOff(void* hBuffer) const;
 
@@ -91,9 +90,7 @@ private:
 
     std::list<GenTLHandle*> m_inFlightBuffers;  // images in collection, oldest first
     mutable boost::mutex m_inFlightMutex;       // guards m_inFlightBuffers
-    boost::condition_variable m_leaderCondition;
-    boost::mutex m_leaderMutex;  // guards m_leaderSeen
-    bool m_leaderSeen = false;
+    LeaderSignal m_leaderSeen;
     std::list<PacketResendRequest*> m_resendRequestList;  // the open ones; their buffers own them
     std::mutex m_resendRequestListMutex;                  // guards m_resendRequestList
     std::uint64_t m_lastResendSerial = 0;                 // guarded by m_inFlightMutex

@@ -1,7 +1,6 @@
 #include "stream/DataStreamGevTCP.h"
 
 #include "buffers/Buffer.h"
-#include "buffers/OpenedDataStreamGevStateManager.h"
 #include "frame/Error.h"
 #include "frame/GenTLHandle.h"
 #include "gev/IHALGev.h"
@@ -14,7 +13,6 @@
 #include "stream/TcpGrab.h"
 
 #include <boost/thread/lock_guard.hpp>
-#include <boost/thread/recursive_mutex.hpp>
 
 #include <algorithm>
 #include <cstring>
@@ -25,10 +23,6 @@ namespace GenTL {
 namespace {
 
 using Lock = boost::lock_guard<boost::mutex>;
-using AnnouncedLock = boost::lock_guard<boost::recursive_mutex>;
-using BufferLock = boost::lock_guard<boost::recursive_mutex>;
-
-constexpr unsigned long kGvcpRetries = 3;
 
 /// The camera's registers for what the heads of its frames will say.
 struct GeometryRegister
@@ -84,6 +78,7 @@ int DataStreamGevTCP::CheckOpen(const char* function, int line) const
 
 int DataStreamGevTCP::Open(IHALGvsp* pHal)
 {
+    const Lock life(m_lifeMutex);
     if (m_isOpen) {
         return StoreName(GC_ERR_RESOURCE_IN_USE);
     }
@@ -100,11 +95,10 @@ int DataStreamGevTCP::AllocAndAnnounceBuffer(std::size_t iSize, void* pPrivate, 
     if (const int code = CheckOpen(); code != GC_ERR_SUCCESS) {
         return code;
     }
-    if (iSize > std::numeric_limits<std::size_t>::max() - 2 * TcpFrame::kHeaderSize) {
-        throw std::bad_alloc();
-    }
-    if (const int code =
-            DataStream::AllocAndAnnounceBuffer(iSize + TcpFrame::kHeaderSize, pPrivate, phBuffer);
+    // A size beyond what can be is the allocation's to refuse, after everything else.
+    constexpr std::size_t kLargest = std::numeric_limits<std::size_t>::max() - TcpFrame::kHeaderSize;
+    const std::size_t size = std::min(iSize, kLargest) + TcpFrame::kHeaderSize;
+    if (const int code = DataStream::AllocAndAnnounceBuffer(size, pPrivate, phBuffer);
         code != GC_ERR_SUCCESS) {
         return AppendName(code);
     }
@@ -137,6 +131,9 @@ int DataStreamGevTCP::ReadGeometry(Buffer& buffer) const
 /// the start of the image.
 char* DataStreamGevTCP::AllocateMemory(std::size_t size) const
 {
+    if (size > std::numeric_limits<std::size_t>::max() - TcpFrame::kHeaderSize) {
+        throw std::bad_alloc();
+    }
     return DataStream::AllocateMemory(size + TcpFrame::kHeaderSize) + TcpFrame::kHeaderSize;
 }
 
@@ -183,8 +180,11 @@ int DataStreamGevTCP::RevokeBuffer(void* hBuffer, void** ppBuffer, void** ppPriv
 
 int DataStreamGevTCP::FlushQueue(int iOperation)
 {
-    const int code = CheckOpen();
-    return code != GC_ERR_SUCCESS ? code : DataStream::FlushQueue(iOperation);
+    if (const int code = CheckOpen(); code != GC_ERR_SUCCESS) {
+        return code;
+    }
+    const Lock move(m_moveMutex);
+    return DataStream::FlushQueue(iOperation);
 }
 
 int DataStreamGevTCP::GetBufferInfo(
@@ -232,6 +232,7 @@ int DataStreamGevTCP::SetInfo(int iInfoCmd, int iType, const void* pBuffer, std:
 
 int DataStreamGevTCP::StartAcquisition(int iStartFlags, unsigned long iNumToAcquire)
 {
+    const Lock life(m_lifeMutex);
     if (const int code = CheckStart(iStartFlags, iNumToAcquire); code != GC_ERR_SUCCESS) {
         return code;
     }
@@ -296,6 +297,7 @@ void DataStreamGevTCP::GrabThread()
 
 int DataStreamGevTCP::StopAcquisition(int iStopFlags)
 {
+    const Lock life(m_lifeMutex);
     if (const int code = CheckOpen(); code != GC_ERR_SUCCESS) {
         return code;
     }

@@ -20,8 +20,8 @@ class IHALGev;
 ///
 /// Owns: beside what GevStream owns, the grab thread from start to stop.
 /// Borrows: IHALGev. Threads: the consumer's enter every public operation; the grab thread is GrabThread.
-/// StopAcquisition and the destructor interrupt and join it. Locks: m_moveMutex, then a buffer's m_mutex,
-/// then the queue mutexes, then m_announcedMutex. The mutex of m_bufferInHand is a leaf.
+/// StopAcquisition and the destructor interrupt and join it. Locks: m_lifeMutex, m_moveMutex, then a buffer's
+/// m_mutex, then the queue mutexes, then m_announcedMutex. The mutex of m_bufferInHand is a leaf.
 ///
 /// Revocation while the grab thread runs: the grab thread holds m_moveMutex from before it takes a buffer off
 /// a queue until the buffer stands in another queue or in m_bufferInHand, and RevokeBuffer holds it
@@ -49,7 +49,8 @@ public:
     int GetBufferInfo(
         void* hBuffer, int iInfoCmd, int* piType, void* pBuffer, std::size_t* piSize) const override;
     /// The stream runs until it is stopped, whatever iNumToAcquire says; it only must not be 0. Once these
-    /// arguments are in order the stream counts as grabbing even if the start fails, and must be stopped.
+    /// arguments are in order the stream counts as grabbing even if the start fails, and must be stopped. A
+    /// stop by another thread waits for the end of the start, and so of the attempt to connect.
     int StartAcquisition(int iStartFlags, unsigned long iNumToAcquire) override;
     /// The stream is stopped even when the camera couldn't be told; the code of that is the result.
     int StopAcquisition(int iStopFlags) override;

@@ -83,6 +83,7 @@ int GevStream::UnregisterEvent(int iEventID)
 
 int GevStream::Close()
 {
+    const Lock life(m_lifeMutex);
     if (!m_isOpen || m_isGrabbing) {
         return StoreName(GC_ERR_RESOURCE_IN_USE);
     }

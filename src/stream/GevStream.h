@@ -7,6 +7,7 @@
 #include "stream/StreamSettings.h"
 #include "stream/StreamStartParams.h"
 
+#include <boost/thread/mutex.hpp>
 #include <boost/thread/thread.hpp>
 
 #include <atomic>
@@ -21,7 +22,8 @@ class IHALGev;
 /// The module's port, the open check in front of what DataStream does, and what a start needs.
 ///
 /// Owns: beside what DataStream owns, the stream HAL while open. The grab thread is the transport's, whose
-/// destructor ends it. Borrows: IHALGev. Threads and locks: as told at the transports.
+/// destructor ends it. Borrows: IHALGev. Threads and locks: as told at the transports; the outermost lock is
+/// m_lifeMutex, held through an opening, a start, a stop and a closing.
 class GevStream : public DataStream
 {
 public:
@@ -42,7 +44,8 @@ public:
         unsigned int iURLIndex, int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize) override;
 
     // IDataStream. What needs an open stream answers GC_ERR_INVALID_HANDLE on a closed one.
-    /// GC_ERR_RESOURCE_IN_USE when closed already, or grabbing.
+    /// GC_ERR_RESOURCE_IN_USE when closed already, or grabbing. Waits for the end of a start or stop that
+    /// another thread has under way.
     int Close() override;
     bool IsOpen() const override;
     int AnnounceBuffer(void* pBuffer, std::size_t iSize, void* pPrivate, void** phBuffer) override;
@@ -70,6 +73,9 @@ protected:
     /// Interrupts and joins. Needs the whole object: the thread's end queues buffers.
     void StopGrabThread();
 
+    static constexpr unsigned long kGvcpRetries = 3;
+
+    boost::mutex m_lifeMutex;  // one open, start, stop or close at a time
     IHALGev* m_pHalGev;
     IHALGvsp* m_pHalGvsp = nullptr;  // owned; the state manager refers to the pointer
     boost::thread m_grabThread;

@@ -1,6 +1,7 @@
 #include "stream/GrabCommon.h"
 
 #include "buffers/Buffer.h"
+#include "buffers/HandleQueue.h"
 #include "frame/GenTLHandle.h"
 #include "log/GLogger.h"
 #include "log/localization.h"
@@ -14,7 +15,6 @@
 #include <boost/asio/deadline_timer.hpp>
 #include <boost/date_time/posix_time/posix_time_types.hpp>
 #include <boost/thread/lock_guard.hpp>
-#include <boost/thread/lock_types.hpp>
 #include <boost/thread/recursive_mutex.hpp>
 #include <boost/thread/thread.hpp>
 
@@ -28,16 +28,6 @@ namespace {
 
 using Lock = boost::lock_guard<boost::mutex>;
 using BufferLock = boost::lock_guard<boost::recursive_mutex>;
-
-constexpr unsigned long kReceiveTimeout = 50;  // ms; a stop waits as long at most
-constexpr std::int64_t kOldestFirstOverwrite = 1;
-constexpr std::int64_t kNewestOnly = 2;
-
-template <typename Queue>
-bool Stands(const Queue& queue, const GenTLHandle* hBuffer)
-{
-    return std::find(queue.begin(), queue.end(), hBuffer) != queue.end();
-}
 
 /// A HAL that leaves an expiry at 0 must not make its timer spin.
 boost::posix_time::milliseconds TimerPeriod(std::uint32_t ms)
@@ -137,6 +127,15 @@ GenTLHandle* PopNextBuffer(std::deque<GenTLHandle*>& input,
     return hBuffer;
 }
 
+void TakeBackLocked(std::deque<GenTLHandle*>& input, GenTLHandle* hBuffer)
+{
+    const auto rest = std::remove(input.begin(), input.end(), hBuffer);
+    if (rest != input.end()) {
+        input.erase(rest, input.end());
+        CastHandleToBufferPtr(hBuffer)->m_isQueued = false;
+    }
+}
+
 void UpdateImageInfo(const StreamInfo& stream, Buffer& buffer)
 {
     buffer.m_newData = true;
@@ -184,8 +183,9 @@ void GrabCommon::DeliverAllInFlight()
 {
     const Lock inFlight(m_stream.m_inFlightMutex);
     while (!m_stream.m_inFlightBuffers.empty()) {
-        HandOffInFlightLocked(m_stream.m_inFlightBuffers.front(), Ending::Stopped);
+        GenTLHandle* hBuffer = m_stream.m_inFlightBuffers.front();
         m_stream.m_inFlightBuffers.pop_front();
+        HandOffInFlightLocked(hBuffer, Ending::Stopped);
     }
 }
 
@@ -204,8 +204,8 @@ bool GrabCommon::HandOffOldestInFlightLocked()
             return false;
         }
     }
-    HandOffInFlightLocked(hBuffer, Ending::Done);
     m_stream.m_inFlightBuffers.pop_front();
+    HandOffInFlightLocked(hBuffer, Ending::Done);
     return true;
 }
 
@@ -221,8 +221,11 @@ void GrabCommon::HandOffInFlightLocked(GenTLHandle* hBuffer, Ending ending)
         AbandonLocked(buffer);
         const Lock inputLock(m_stream.m_inputMutex);
         const Lock outputLock(m_stream.m_outputMutex);
+        if (ending == Ending::Done) {
+            TakeBackLocked(m_stream.m_inputBuffers, hBuffer);
+        }
         if (StandsInQueueLocked(hBuffer)) {
-            // Delivered already, or flushed back by the consumer: this image is void.
+            // Delivered already, or flushed back while nothing was received: this image is void.
         } else if (!buffer.m_leaderReceived) {
             if (ending == Ending::Done) {
                 info.m_missedPacketCount += static_cast<std::uint64_t>(buffer.m_packetsRemaining);
@@ -249,7 +252,7 @@ void GrabCommon::HandOffInFlightLocked(GenTLHandle* hBuffer, Ending ending)
 
 bool GrabCommon::StandsInQueueLocked(const GenTLHandle* hBuffer) const
 {
-    return Stands(m_stream.m_inputBuffers, hBuffer) || Stands(m_stream.m_outputBuffers, hBuffer);
+    return Contains(m_stream.m_inputBuffers, hBuffer) || Contains(m_stream.m_outputBuffers, hBuffer);
 }
 
 /// What only a collection needs.
@@ -300,15 +303,6 @@ void GrabCommon::CancelInFlightTimersLocked()
     }
 }
 
-void GrabCommon::NotifyLeaderSeen()
-{
-    {
-        const Lock lock(m_stream.m_leaderMutex);
-        m_stream.m_leaderSeen = true;
-    }
-    m_stream.m_leaderCondition.notify_all();
-}
-
 void GrabCommon::StartTimerThread()
 {
     boost::asio::io_service& service = m_stream.m_ioService;
@@ -335,7 +329,7 @@ void GrabCommon::InterPacketTimerWorkerThread(boost::asio::io_service& service)
         try {
             service.run();
         } catch (const std::exception& e) {
-            // Out of memory in a handler: the next image gets new timers.
+            // Out of memory in a handler, which has given up its image's timer: the next image gets new ones.
             GLogger::Error(e.what());
         }
     }
@@ -343,7 +337,7 @@ void GrabCommon::InterPacketTimerWorkerThread(boost::asio::io_service& service)
 
 bool GrabCommon::IsInCollectionInFlightLocked(GenTLHandle* hBuffer) const
 {
-    return Stands(m_stream.m_inFlightBuffers, hBuffer) || m_stream.m_bufferInHand.Holds(hBuffer);
+    return Contains(m_stream.m_inFlightBuffers, hBuffer) || m_stream.m_bufferInHand.Holds(hBuffer);
 }
 
 void GrabCommon::BufferExpiryTimerEventHandler(const boost::system::error_code& error,
@@ -384,14 +378,15 @@ void GrabCommon::NextPacketTimerEventHandler(const boost::system::error_code& er
         }
         const bool wasSilent = !buffer.m_packetSeen;
         buffer.m_packetSeen = false;
+        buffer.m_nextPacketTimerDone = true;  // unless it can be armed again
         if (!wasSilent || !buffer.m_imageExpired) {
             if (wasSilent) {
                 ResendRequests(*image.pStream).AskForRestLocked(buffer, "NextPacketTimerEventHandler");
             }
             common.ArmNextPacketTimerLocked(buffer, image);
+            buffer.m_nextPacketTimerDone = false;
             return;
         }
-        buffer.m_nextPacketTimerDone = true;
     }
     // Still under m_inFlightMutex: once it is let go of, the list may hold the next image already.
     while (common.HandOffOldestInFlightLocked()) {

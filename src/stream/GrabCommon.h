@@ -12,6 +12,10 @@
 
 namespace GenTL {
 
+inline constexpr unsigned long kReceiveTimeout = 50;      // ms; a stop waits as long at most
+inline constexpr std::uint32_t kLongestDatagram = 65536;  // bytes
+inline constexpr std::uint32_t kLeaderAndTrailer = 2;     // packets
+
 class Buffer;
 class DataStreamGev;
 class IHALGvsp;
@@ -32,6 +36,10 @@ GenTLHandle* PopNextBuffer(std::deque<GenTLHandle*>& input,
                            boost::mutex& inputMutex,
                            GenTLHandle* fallback,
                            bool& usedFallback);
+
+/// A flush, or a second queueing, has put a buffer back into the input queue while it was filled. It can't be
+/// in two places, and its image is worth more. Needs the buffer's mutex and the input mutex held.
+void TakeBackLocked(std::deque<GenTLHandle*>& input, GenTLHandle* hBuffer);
 
 /// Writes what the consumer reads about an image of m_bytesReceived bytes, whatever the transport: size,
 /// lines and payload type. Needs the buffer's mutex held.
@@ -56,7 +64,8 @@ void LogNumber(const char* text, std::int64_t number);
 ///
 /// Owns: nothing; a view of the stream that costs nothing to make. Threads: as told at each operation.
 /// Locks: m_inFlightMutex, then a buffer's m_mutex, then the queue mutexes; a buffer's mutex is never taken
-/// while another's is held. Operations in ...Locked need the mutex of their buffer held.
+/// while another's is held. Operations in ...InFlightLocked need the first held, and not a buffer's; those in
+/// ...Locked that take a buffer need its mutex, and StandsInQueueLocked both queues'.
 class GrabCommon
 {
 public:
@@ -65,7 +74,8 @@ public:
     /// Hands off the images in collection, oldest first, up to the first that is still waited for.
     /// Grab thread and timer thread.
     void CheckAndCompleteExpiredBuffers();
-    /// The stream stops: hands off all images in collection, as they are. Grab thread.
+    /// Hands off all images in collection, as they are: at the stop of a stream, and at its start those that
+    /// the run before has left. Grab thread.
     void DeliverAllInFlight();
 
     /// Starts both timers for the image that begins in buffer. Grab thread.
@@ -76,9 +86,6 @@ public:
     void AbandonLocked(Buffer& buffer);
     /// Cancels the timers of every image in collection. Needs m_inFlightMutex held.
     void CancelInFlightTimersLocked();
-
-    /// Releases the consumers that wait for a leader. Grab thread.
-    void NotifyLeaderSeen();
 
     /// The timer thread, which runs the handlers of all timers of this stream. Grab thread.
     void StartTimerThread();

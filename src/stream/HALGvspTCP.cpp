@@ -6,16 +6,10 @@
 #include "stream/StreamChannel.h"
 #include "stream/StreamStartParams.h"
 
-#include <boost/date_time/posix_time/posix_time_types.hpp>
-#include <boost/thread/lock_guard.hpp>
-#include <boost/thread/lock_types.hpp>
-#include <boost/thread/thread_time.hpp>
-
 #include <arpa/inet.h>
 
 #include <algorithm>
 #include <climits>
-#include <limits>
 
 namespace GenTL {
 namespace {
@@ -83,11 +77,11 @@ int HALGvspTCP::WriteDestination(IHALGev* hal, void* device)
 
 int HALGvspTCP::Stop(IHALGev* hal, void* device, unsigned, int accessMode)
 {
-    _signalNextLeader();  // no leader comes any more, and nobody is to wait for it
     const int code = CloseChannel(hal, device, accessMode);
     if (code == GC_ERR_SUCCESS) {
         m_socket.Close();
     }
+    _signalNextLeader();  // no leader comes any more, and nobody is to wait for it
     return code;
 }
 
@@ -157,42 +151,18 @@ int HALGvspTCP::QueueImageBufferInLwfDriver(GenTLHandle*)
 
 int HALGvspTCP::WaitForNextLeader(unsigned long timeout)
 {
-    if (timeout != GENTL_INFINITE && timeout > std::numeric_limits<std::uint32_t>::max()) {
-        return StoreName(GC_ERR_INVALID_PARAMETER);
-    }
-    boost::unique_lock<boost::mutex> lock(m_leaderMutex);
-    if (timeout == GENTL_INFINITE) {
-        while (!m_nextLeaderSeen) {
-            m_leaderCondition.wait(lock);
-        }
-    } else {
-        const boost::system_time deadline =
-            boost::posix_time::microsec_clock::universal_time() +
-            boost::posix_time::milliseconds(static_cast<std::int64_t>(timeout));
-        while (!m_nextLeaderSeen) {
-            if (!m_leaderCondition.timed_wait(lock, deadline) && !m_nextLeaderSeen) {
-                return StoreName(GC_ERR_TIMEOUT);
-            }
-        }
-    }
-    m_nextLeaderSeen = false;
-    return GC_ERR_SUCCESS;
+    return m_nextLeaderSeen.Wait(timeout);
 }
 
 int HALGvspTCP::ResetWaitForNextLeader()
 {
-    const boost::lock_guard<boost::mutex> lock(m_leaderMutex);
-    m_nextLeaderSeen = false;
+    m_nextLeaderSeen.Reset();
     return GC_ERR_SUCCESS;
 }
 
 void HALGvspTCP::_signalNextLeader()
 {
-    {
-        const boost::lock_guard<boost::mutex> lock(m_leaderMutex);
-        m_nextLeaderSeen = true;
-    }
-    m_leaderCondition.notify_all();
+    m_nextLeaderSeen.Signal();
 }
 
 int HALGvspTCP::GetServerAddrTCP(void* device, sockaddr_in& address)

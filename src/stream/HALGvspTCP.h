@@ -2,10 +2,8 @@
 #pragma once
 
 #include "stream/IHALGvsp.h"
+#include "stream/LeaderSignal.h"
 #include "stream/TCPSocket.h"
-
-#include <boost/thread/condition_variable.hpp>
-#include <boost/thread/mutex.hpp>
 
 #include <netinet/in.h>
 
@@ -19,8 +17,8 @@ namespace GenTL {
 ///
 /// Owns: the connection, from Start to Stop. Threads: the consumer's calls all operations but GetNextPacket,
 /// which the grab thread alone calls; Stop may run beside that and ends it. What the cameras can is kept for
-/// the whole process, without a lock: with several cameras the last one read counts. Locks: m_leaderMutex, a
-/// leaf.
+/// the whole process, without a lock: with several cameras the last one read counts. The destructor sends
+/// away who waits for a leader. Locks: none.
 class HALGvspTCP : public IHALGvsp
 {
 public:
@@ -75,9 +73,7 @@ private:
     TCPSocket m_socket;
     sockaddr_in m_hostAddress{};
     sockaddr_in m_serverAddress{};
-    boost::condition_variable m_leaderCondition;
-    boost::mutex m_leaderMutex;  // guards m_nextLeaderSeen
-    bool m_nextLeaderSeen = false;
+    LeaderSignal m_nextLeaderSeen;
     static std::atomic<std::uint32_t> m_capabilities;  // 0: not read yet
     static std::atomic<std::uint32_t> m_gevVersion;    // 0: not read yet
 };

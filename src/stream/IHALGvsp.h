@@ -24,7 +24,8 @@ public:
     virtual int Stop(IHALGev* hal, void* device, unsigned packetSize, int accessMode) = 0;
     /// Receives one datagram of at most size bytes. GC_ERR_TIMEOUT when none comes.
     virtual int GetNextPacket(char* packet, int size, int& length, unsigned long timeout) = 0;
-    /// Receives one datagram into two places, header first. dataLength counts the header's bytes too.
+    /// Receives into two places. Over UDP one datagram, header first, of which dataLength counts the header's
+    /// bytes too; over TCP one frame into data, the head of which is copied to header.
     virtual int GetNextPacket(char* header,
                               int headerSize,
                               int& headerLength,
@@ -39,7 +40,7 @@ public:
     /// Clears enable, and returns a code, when the camera can't resend packets.
     virtual int GetCameraPacketResendSupport(IHALGev* hal, void* device, bool& enable) = 0;
 
-    // Filter driver.
+    // Filter driver. The two about leaders serve TCP too.
     virtual int SetupLwfDriverBuffers(unsigned count) = 0;
     virtual int QueueImageBufferInLwfDriver(GenTLHandle* hBuffer) = 0;
     virtual int WaitForNextLeader(unsigned long timeout) = 0;

@@ -27,10 +27,6 @@ namespace {
 using Lock = boost::lock_guard<boost::mutex>;
 using BufferLock = boost::lock_guard<boost::recursive_mutex>;
 
-constexpr unsigned long kReceiveTimeout = 50;      // ms
-constexpr std::uint32_t kLongestDatagram = 65536;  // bytes
-constexpr std::uint64_t kLeaderAndTrailer = 2;     // packets
-
 /// The header size of the first stream that runs here stays that of all later ones, whatever their form.
 std::size_t HeaderSizeOfProcess(bool extended)
 {
@@ -79,10 +75,8 @@ NoCopyGrab::~NoCopyGrab() = default;
 
 void NoCopyGrab::Run()
 {
-    // Without the privilege for it the thread goes on as it is.
-    ThreadPriority::ApplyThreadPrioritySetting(ThreadPriority::m_priorityGrabThread);
-    GLogger::Info("DataStreamGev::GrabThread(NC): Starting");
-    RunUntilInterrupted([this] {
+    RunUntilInterrupted(ThreadPriority::m_priorityGrabThread, [this] {
+        GLogger::Info("DataStreamGev::GrabThread(NC): Starting");
         SetUp();
         GrabImages();
     });
@@ -96,6 +90,8 @@ void NoCopyGrab::SetUp()
     m_headerSize = HeaderSizeOfProcess(info.m_extendedId);
     m_packetSize = std::min(info.m_packetSize, kLongestDatagram);
     m_packet.resize(std::max<std::size_t>(m_packetSize, kGvspParsedSpan));
+    // What the run before has left goes out as an image of that run, or its ids would count as a gap.
+    m_common.DeliverAllInFlight();
     info.m_lastBlockId = 0;
     info.m_currentBlockId = 1;
     m_payloadPerPacket = GvspPayloadPerPacket(m_packetSize, m_headerSize);
@@ -137,7 +133,7 @@ void NoCopyGrab::GrabImages()
     }
 }
 
-/// The image in collection stays in the list, and goes out by the first hand-off of the next run.
+/// The image in collection stays in the list, and goes out at the start of the next run.
 void NoCopyGrab::TearDown()
 {
     const boost::this_thread::disable_interruption noInterruption;
@@ -167,7 +163,7 @@ bool NoCopyGrab::BeginImage()
 {
     DataStreamGev& s = m_stream;
     const Lock inFlight(s.m_inFlightMutex);
-    // Unless a waiting image is to be overwritten there is nothing to queue: the call fails and is logged.
+    // Unless a waiting image is to be overwritten there is nothing to queue, and the call fails.
     s.QueueBuffer(CheckBufferAvailability(s.m_inputBuffers, s.m_inputMutex, s.m_outputBuffers,
                                           s.m_outputMutex, s.m_bufferHandlingMode));
     m_hBuffer = PopNextBuffer(s.m_inputBuffers, s.m_inputMutex, m_hSpare, m_usesSpare);
@@ -410,7 +406,7 @@ void NoCopyGrab::StorePacket()
 void NoCopyGrab::StoreFirstLocked()
 {
     if (StoreWholeLocked()) {
-        m_common.NotifyLeaderSeen();
+        m_stream.m_leaderSeen.Signal();
     }
     if (!m_isArmed) {
         m_isArmed = true;

@@ -27,9 +27,7 @@ namespace {
 using Lock = boost::lock_guard<boost::mutex>;
 using BufferLock = boost::lock_guard<boost::recursive_mutex>;
 
-constexpr std::uint32_t kLongestDatagram = 65536;   // bytes
 constexpr std::uint32_t kResendRetryInterval = 25;  // ms
-constexpr std::uint32_t kLeaderAndTrailer = 2;      // packets
 constexpr std::uint16_t kResentStatus = 0x0100;     // of a packet that was asked for; as good as success
 
 /// What a former image left and the next leader may not replace.
@@ -60,11 +58,10 @@ ResendGrab::ResendGrab(DataStreamGev& stream) : m_stream(stream), m_common(strea
 
 void ResendGrab::Run()
 {
-    // Without the privilege for it the thread goes on as it is.
-    ThreadPriority::ApplyThreadPrioritySetting(ThreadPriority::m_priorityGrabThread);
-    GLogger::Info(
-        loc::al("DataStreamGev::GrabThreadResend({0}): Starting", {m_stream.m_portInfo.id.c_str()}).c_str());
-    RunUntilInterrupted([this] {
+    RunUntilInterrupted(ThreadPriority::m_priorityGrabThread, [this] {
+        GLogger::Info(
+            loc::al("DataStreamGev::GrabThreadResend({0}): Starting", {m_stream.m_portInfo.id.c_str()})
+                .c_str());
         SetUp();
         GrabImages();
     });
@@ -76,6 +73,9 @@ void ResendGrab::SetUp()
     StreamInfo& info = m_stream.m_streamInfo;
     m_packetSize = std::min(info.m_packetSize, kLongestDatagram);
     m_packet.resize(std::max<std::size_t>(m_packetSize, kGvspParsedSpan));
+    // What a run without resend left in collection has no timers, and would be waited for without end. It
+    // goes out as an image of that run, or its ids would count as a gap.
+    m_common.DeliverAllInFlight();
     info.m_currentBlockId = 1;
     info.m_lastBlockId = 0;
     info.m_resendRetryInterval = kResendRetryInterval;
@@ -83,8 +83,6 @@ void ResendGrab::SetUp()
     const std::uint64_t payloadPackets = PayloadPacketsPerImage(m_stream.m_firstBufferSize, perPacket);
     info.m_packetsPerImage = static_cast<std::uint32_t>(payloadPackets) + kLeaderAndTrailer;
     m_common.StartTimerThread();
-    // What a run without resend left in collection has no timers, and would be waited for without end.
-    m_common.CheckAndCompleteExpiredBuffers();
 }
 
 void ResendGrab::GrabImages()
@@ -155,11 +153,11 @@ bool ResendGrab::ParseHeader()
 void ResendGrab::TakePacket()
 {
     const Lock inFlight(m_stream.m_inFlightMutex);
-    GenTLHandle* hBuffer = FindImageInFlightLocked();
-    if (hBuffer == nullptr) {
+    Buffer* pBuffer = FindImageInFlightLocked();
+    if (pBuffer == nullptr) {
         return;
     }
-    Buffer& buffer = *CastHandleToBufferPtr(hBuffer);
+    Buffer& buffer = *pBuffer;
     const BufferLock lock(buffer.m_mutex);
     buffer.m_packetSeen = true;
     if (IsPacketReceived(buffer.m_pPacketBitmap, buffer.m_packetBitmapSize, m_header.m_packetId)) {
@@ -170,25 +168,26 @@ void ResendGrab::TakePacket()
 }
 
 /// The image of the packet's block, opened if need be. Null when the packet is to be dropped.
-GenTLHandle* ResendGrab::FindImageInFlightLocked()
+Buffer* ResendGrab::FindImageInFlightLocked()
 {
     std::atomic<std::uint64_t>& currentBlock = m_stream.m_streamInfo.m_currentBlockId;
-    GenTLHandle* hCurrent = nullptr;
+    Buffer* pCurrent = nullptr;
     for (GenTLHandle* hBuffer : m_stream.m_inFlightBuffers) {
-        const std::uint64_t block = CastHandleToBufferPtr(hBuffer)->m_frameId;
+        Buffer* pBuffer = CastHandleToBufferPtr(hBuffer);
+        const std::uint64_t block = pBuffer->m_frameId;
         if (block == m_header.m_blockId) {
-            return hBuffer;
+            return pBuffer;
         }
         if (block == currentBlock) {
-            hCurrent = hBuffer;
+            pCurrent = pBuffer;
         }
     }
     switch (CompareBlockIds(m_header.m_blockId, currentBlock, IsExtended())) {
         case BlockOrder::Older:
             return nullptr;
         case BlockOrder::Newer:
-            if (hCurrent != nullptr) {
-                AskForTailInFlightLocked(hCurrent);
+            if (pCurrent != nullptr) {
+                AskForTailInFlightLocked(*pCurrent);
             }
             currentBlock = m_header.m_blockId;
             break;
@@ -199,14 +198,13 @@ GenTLHandle* ResendGrab::FindImageInFlightLocked()
 }
 
 /// The next block has begun, and the trailer of the current one hasn't come.
-void ResendGrab::AskForTailInFlightLocked(GenTLHandle* hBuffer)
+void ResendGrab::AskForTailInFlightLocked(Buffer& buffer)
 {
-    Buffer& buffer = *CastHandleToBufferPtr(hBuffer);
     const BufferLock lock(buffer.m_mutex);
     m_requests.AskForRangeLocked(buffer, buffer.m_nextExpectedPacketId, LastPacketId());
 }
 
-GenTLHandle* ResendGrab::OpenImageInFlightLocked()
+Buffer* ResendGrab::OpenImageInFlightLocked()
 {
     bool usedFallback = false;
     GenTLHandle* hBuffer =
@@ -226,7 +224,7 @@ GenTLHandle* ResendGrab::OpenImageInFlightLocked()
     const BufferLock lock(buffer.m_mutex);
     m_requests.CancelAllLocked(buffer);
     BeginImageLocked(buffer, hBuffer);
-    return hBuffer;
+    return &buffer;
 }
 
 void ResendGrab::BeginImageLocked(Buffer& buffer, GenTLHandle* hBuffer)
@@ -256,7 +254,9 @@ void ResendGrab::AddToImageLocked(Buffer& buffer)
     if (m_header.m_packetId > expected) {
         m_requests.AskForRangeLocked(buffer, expected, m_header.m_packetId - 1);
     }
-    StoreLocked(buffer);
+    if (!StoreLocked(buffer)) {
+        return;
+    }
     if (isLate) {
         m_requests.BookLocked(buffer, m_header.m_packetId);
     } else if (m_header.m_format == kGvspTrailer) {
@@ -277,7 +277,8 @@ bool ResendGrab::IsLateLocked(const Buffer& buffer) const
            (m_header.m_blockId == current && id < expected);
 }
 
-void ResendGrab::StoreLocked(Buffer& buffer)
+/// False when the packet is left alone.
+bool ResendGrab::StoreLocked(Buffer& buffer)
 {
     switch (m_header.m_format) {
         case kGvspLeader:
@@ -287,12 +288,12 @@ void ResendGrab::StoreLocked(Buffer& buffer)
             StoreTrailerLocked(buffer);
             break;
         case kGvspPayload:
-            StorePayloadLocked(buffer);
-            break;
+            return StorePayloadLocked(buffer);
         default:
             LogNumber("GrabThreadResend(): Unsupported GVSP packet format: {0}", m_header.m_format);
             break;
     }
+    return true;
 }
 
 void ResendGrab::StoreLeaderLocked(Buffer& buffer)
@@ -306,7 +307,7 @@ void ResendGrab::StoreLeaderLocked(Buffer& buffer)
     buffer.m_payloadType = info.m_payloadType;
     CountLocked(buffer);
     AdvanceExpectedPacketId(buffer, m_header.m_packetId);
-    m_common.NotifyLeaderSeen();
+    m_stream.m_leaderSeen.Signal();
 }
 
 /// What is expected stays as it is: it tells how far the payload has come.
@@ -321,23 +322,24 @@ void ResendGrab::StoreTrailerLocked(Buffer& buffer)
     CountLocked(buffer);
 }
 
-void ResendGrab::StorePayloadLocked(Buffer& buffer)
+bool ResendGrab::StorePayloadLocked(Buffer& buffer)
 {
     if (buffer.m_dataLargerThanBuffer) {
         buffer.m_packetsReceived += 1;
         AdvanceExpectedPacketId(buffer, m_header.m_packetId);
-        return;
+        return true;
     }
     const unsigned type = m_stream.m_streamInfo.m_payloadType;
     if (!IsStored(type)) {
         LogNumber("ParseGVSPPayload(): Payload type [{0}] not supported", type);
         LogNumber("GrabThreadResend(): Failed to parse GVSP payload! Error: {0}", GC_ERR_NOT_IMPLEMENTED);
-        return;
+        return false;
     }
     CopyPayloadLocked(buffer);
     buffer.m_packetsRemaining -= 1;
     CountLocked(buffer);
     AdvanceExpectedPacketId(buffer, m_header.m_packetId);
+    return true;
 }
 
 /// The packet's own header form tells where its data begin and how much of it the others have.

@@ -40,18 +40,18 @@ private:
     void TakePacket();
 
     // The image that it belongs to.
-    GenTLHandle* FindImageInFlightLocked();
-    GenTLHandle* OpenImageInFlightLocked();
+    Buffer* FindImageInFlightLocked();
+    Buffer* OpenImageInFlightLocked();
     void BeginImageLocked(Buffer& buffer, GenTLHandle* hBuffer);
-    void AskForTailInFlightLocked(GenTLHandle* hBuffer);
+    void AskForTailInFlightLocked(Buffer& buffer);
 
     // Its place in the image.
     void AddToImageLocked(Buffer& buffer);
     bool IsLateLocked(const Buffer& buffer) const;
-    void StoreLocked(Buffer& buffer);
+    bool StoreLocked(Buffer& buffer);
     void StoreLeaderLocked(Buffer& buffer);
     void StoreTrailerLocked(Buffer& buffer);
-    void StorePayloadLocked(Buffer& buffer);
+    bool StorePayloadLocked(Buffer& buffer);
     void CopyPayloadLocked(Buffer& buffer);
     void CountLocked(Buffer& buffer);
     void FinishLocked(Buffer& buffer);

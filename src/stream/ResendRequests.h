@@ -16,9 +16,9 @@ struct PacketResendRequest;
 /// is repeated each m_resendRetryInterval until it has come or m_resendRetries are used up.
 ///
 /// Owns: nothing; a view of the stream that costs nothing to make. Threads: the grab thread asks and books,
-/// the timer thread asks and repeats, the thread that revokes a buffer cancels. Locks: m_inFlightMutex and
-/// the buffer's m_mutex are held by the caller of all ...Locked; then m_resendRequestsMutex, then a request's
-/// m_mutex, then m_resendRequestListMutex.
+/// the timer thread asks and repeats, the thread that revokes a buffer cancels. Locks: m_inFlightMutex is
+/// held by the caller of all ...Locked, and by that of those that take a buffer its m_mutex too; then come
+/// m_resendRequestsMutex, a request's m_mutex, m_resendRequestListMutex.
 class ResendRequests
 {
 public:

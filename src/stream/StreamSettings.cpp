@@ -7,11 +7,6 @@
 #include <type_traits>
 
 namespace GenTL {
-namespace {
-
-constexpr std::int64_t kNewestOnly = 2;  // the last of the handling modes
-
-}  // namespace
 
 std::optional<int> StreamSettings::GetInfo(int iInfoCmd,
                                            int* piType,
@@ -59,7 +54,7 @@ std::optional<int> StreamSettings::SetInfo(int iInfoCmd, int iType, const void* 
             if (const int code = m_info.GetInfo(iType, pBuffer, iSize, mode); code != GC_ERR_SUCCESS) {
                 return code;
             }
-            if (mode < 0 || mode > kNewestOnly) {
+            if (mode < kOldestFirst || mode > kNewestOnly) {
                 return StoreName(GC_ERR_INVALID_INDEX);
             }
             m_handlingMode = mode;

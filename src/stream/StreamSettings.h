@@ -12,6 +12,13 @@ namespace GenTL {
 
 struct StreamInfo;
 
+/// What becomes of images that the consumer hasn't fetched when there is a new one.
+enum BufferHandlingMode : std::int64_t {
+    kOldestFirst = 0,
+    kOldestFirstOverwrite = 1,
+    kNewestOnly = 2,
+};
+
 /// Owns: nothing. Borrows: the stream's StreamInfo and its buffer handling mode, which it changes as
 /// atomics. Threads: any. Locks: none.
 class StreamSettings

@@ -1,6 +1,7 @@
 #include "stream/TcpGrab.h"
 
 #include "buffers/Buffer.h"
+#include "buffers/HandleQueue.h"
 #include "frame/GenTLHandle.h"
 #include "gev/BigEndian.h"
 #include "log/GLogger.h"
@@ -30,15 +31,9 @@ namespace {
 using Lock = boost::lock_guard<boost::mutex>;
 using BufferLock = boost::lock_guard<boost::recursive_mutex>;
 
-constexpr unsigned long kReceiveTimeout = 200;  // ms
-constexpr std::int64_t kInputWait = 25;         // ms
+constexpr unsigned long kReadTimeout = 200;  // ms
+constexpr std::int64_t kInputWait = 25;      // ms
 constexpr auto kFailurePause = boost::chrono::milliseconds(10);
-constexpr std::int64_t kNewestOnly = 2;
-
-bool Stands(const std::deque<GenTLHandle*>& queue, const GenTLHandle* hBuffer)
-{
-    return std::find(queue.begin(), queue.end(), hBuffer) != queue.end();
-}
 
 /// True when the frame is of the geometry that the camera had when the buffer was announced.
 bool CompareTCPHeaderVsCache(const unsigned char* header, const Buffer& buffer)
@@ -61,14 +56,15 @@ bool CompareTCPHeaderVsCache(const unsigned char* header, const Buffer& buffer)
 
 void TcpGrab::Run()
 {
-    // Without the privilege for it the thread goes on as it is.
-    ThreadPriority::ApplyThreadPrioritySetting(ThreadPriority::m_priorityGrabThread);
-    // In the words of the UDP stream; the ID tells which one starts.
-    GLogger::Info(
-        loc::al("DataStreamGev::GrabThreadResend({0}): Starting", {m_stream.m_portInfo.id.c_str()}).c_str());
-    m_stream.m_streamInfo.m_currentBlockId = 1;
-    m_stream.m_streamInfo.m_lastBlockId = 0;
-    RunUntilInterrupted([this] { GrabImages(); });
+    RunUntilInterrupted(ThreadPriority::m_priorityGrabThread, [this] {
+        // In the words of the UDP stream; the ID tells which one starts.
+        GLogger::Info(
+            loc::al("DataStreamGev::GrabThreadResend({0}): Starting", {m_stream.m_portInfo.id.c_str()})
+                .c_str());
+        m_stream.m_streamInfo.m_currentBlockId = 1;
+        m_stream.m_streamInfo.m_lastBlockId = 0;
+        GrabImages();
+    });
     const boost::this_thread::disable_interruption noInterruption;
     PutDown();
 }
@@ -111,9 +107,11 @@ bool TcpGrab::TakeBuffer()
 {
     DataStreamGevTCP& s = m_stream;
     const Lock move(s.m_moveMutex);
-    // With a buffer waiting for input there is nothing to overwrite: the call fails.
-    s.QueueBuffer(CheckBufferAvailability(s.m_inputBuffers, s.m_inputMutex, s.m_outputBuffers,
-                                          s.m_outputMutex, s.m_bufferHandlingMode));
+    if (s.m_bufferHandlingMode == kOldestFirstOverwrite) {
+        // With a buffer waiting for input there is nothing to overwrite, and the call fails.
+        s.QueueBuffer(CheckBufferAvailability(s.m_inputBuffers, s.m_inputMutex, s.m_outputBuffers,
+                                              s.m_outputMutex, s.m_bufferHandlingMode));
+    }
     bool usedFallback = false;
     m_hBuffer = PopNextBuffer(s.m_inputBuffers, s.m_inputMutex, nullptr, usedFallback);
     if (m_hBuffer == nullptr) {
@@ -137,7 +135,7 @@ bool TcpGrab::ReceiveFrame()
         m_received = 0;
         const int code =
             m_stream.m_pHalGvsp->GetNextPacket(m_header.data(), static_cast<int>(m_header.size()),
-                                               headerLength, frame, size, m_received, kReceiveTimeout);
+                                               headerLength, frame, size, m_received, kReadTimeout);
         if (code != GC_ERR_TIMEOUT) {
             return code == GC_ERR_SUCCESS;
         }
@@ -148,12 +146,15 @@ void TcpGrab::ReadHeader()
 {
     const auto* header = reinterpret_cast<const unsigned char*>(m_header.data());
     const auto received = static_cast<std::size_t>(std::max(m_received, 0));
+    // A frame of a buffer without room for the head has none.
+    const bool isWhole = received >= m_header.size();
+    // With no lock held, as it may log.
+    const bool isAsAnnounced = isWhole && CompareTCPHeaderVsCache(header, *m_pBuffer);
+
     StreamInfo& info = m_stream.m_streamInfo;
     const BufferLock lock(m_pBuffer->m_mutex);
     info.m_payloadType = Load16(header + TcpFrame::kPayloadType);
-    // A frame of a buffer without room for the head has none.
-    const bool isWhole = received >= m_header.size();
-    if (isWhole && CompareTCPHeaderVsCache(header, *m_pBuffer)) {
+    if (isAsAnnounced) {
         m_pBuffer->m_timestamp = Load64(header + TcpFrame::kTimestamp);
         m_pBuffer->m_dataSize = Load32(header + TcpFrame::kPayloadSize);
         m_pBuffer->m_xPadding = Load16(header + TcpFrame::kPaddingX);
@@ -175,8 +176,8 @@ void TcpGrab::HandOff()
         const BufferLock bufferLock(m_pBuffer->m_mutex);
         const Lock inputLock(s.m_inputMutex);
         const Lock outputLock(s.m_outputMutex);
-        // If the consumer flushed the buffer back while it was filled, this image is void.
-        if (!Stands(s.m_inputBuffers, m_hBuffer) && !Stands(s.m_outputBuffers, m_hBuffer)) {
+        TakeBackLocked(s.m_inputBuffers, m_hBuffer);
+        if (!Contains(s.m_outputBuffers, m_hBuffer)) {
             CompleteLocked();
             if (s.m_bufferHandlingMode == kNewestOnly) {
                 unread.swap(s.m_outputBuffers);
