@@ -5,8 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <dlfcn.h>
+#include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <set>
 #include <sstream>
@@ -76,6 +78,33 @@ TEST(Exports, AreThePublishedNamesAndNoOthers)
     for (const std::string& name : expected) {
         ADD_FAILURE() << name << " is not exported";
     }
+}
+
+// A static object of the program's may close its camera last: the library's own are destroyed by then.
+void UseAtExit()
+{
+    void* library = dlopen(GENTL_LIBRARY, RTLD_NOW | RTLD_NOLOAD);
+    const auto initLib = reinterpret_cast<GenTL::PGCInitLib>(dlsym(library, "GCInitLib"));
+    const auto closeLib = reinterpret_cast<GenTL::PGCCloseLib>(dlsym(library, "GCCloseLib"));
+    const auto open = reinterpret_cast<GenTL::PTLOpen>(dlsym(library, "TLOpen"));
+    const auto update =
+        reinterpret_cast<GenTL::PTLUpdateInterfaceList>(dlsym(library, "TLUpdateInterfaceList"));
+    const auto close = reinterpret_cast<GenTL::PTLClose>(dlsym(library, "TLClose"));
+    void* hSystem = nullptr;
+    const bool works = initLib() == 0 && open(&hSystem) == 0 && update(hSystem, nullptr, 100) == 0 &&
+                       close(hSystem) == 0 && closeLib() == 0;
+    _exit(works ? 0 : 1);
+}
+
+TEST(Exports, WorkWhileTheProcessEnds)
+{
+    WriteLogConfig();
+    const auto loadAndEnd = [] {
+        std::atexit(UseAtExit);
+        dlopen(GENTL_LIBRARY, RTLD_NOW);
+        std::exit(1);  // NOLINT(concurrency-mt-unsafe): the only thread
+    };
+    EXPECT_EXIT(loadAndEnd(), testing::ExitedWithCode(0), "");
 }
 
 TEST(Exports, BindInsideTheLibrary)
