@@ -2,49 +2,47 @@
 /// and the whole road of an event from a simulated camera.
 #include "Bench.h"
 #include "Consumer.h"
+#include "LogListener.h"
 #include "buffers/IEvent.h"
 #include "channel/HALGvmc.h"
 #include "channel/MCBuffer.h"
 #include "channel/MessageChannelGev.h"
 #include "frame/Error.h"
 #include "frame/GenTLHandle.h"
+#include "gev/BigEndian.h"
 #include "gev/HALGev.h"
 #include "gev/Handles.h"
 #include "log/HLogger.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 #include <arpa/inet.h>
 #include <malloc.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <fstream>
-#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
 using namespace GenTL;
 using namespace std::chrono_literals;
+using testing::Each;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using Clock = std::chrono::steady_clock;
 using Bytes = std::vector<unsigned char>;
 
 namespace {
@@ -64,17 +62,14 @@ void ExpectError(int code, const std::string& text, int actual)
     EXPECT_THAT(LastMessage(), EndsWith(": " + text));
 }
 
-Bytes Datagram(unsigned command, std::size_t size)
+Bytes Datagram(std::uint16_t command, std::size_t size)
 {
-    Bytes bytes(size);
+    Bytes bytes(std::max<std::size_t>(size, 4));
     for (std::size_t i = 0; i < size; ++i) {
         bytes[i] = static_cast<unsigned char>(i * 7 + size);
     }
-    const unsigned char field[] = {static_cast<unsigned char>(command >> 8),
-                                   static_cast<unsigned char>(command)};
-    for (std::size_t i = 2; i < std::min<std::size_t>(size, 4); ++i) {
-        bytes[i] = field[i - 2];
-    }
+    Store16(&bytes[2], command);
+    bytes.resize(size);
     return bytes;
 }
 
@@ -209,41 +204,35 @@ protected:
 
 TEST_F(Channel, DeliversEventsAsTheyComeAndNothingElse)
 {
-    const struct
-    {
-        unsigned command;
-        std::size_t size;
-        bool isEvent;
-    } cases[] = {
-        {0x00C0, 24,  true },
-        {0x00C2, 576, true },
-        {0x00C0, 4,   true },
-        {0x00C0, 3,   false}, // the command of the one before must not count
-        {0x00C2, 1,   false},
-        {0x00C0, 0,   false},
-        {0x00C1, 24,  false},
-        {0x00C4, 24,  false},
-        {0x01C0, 24,  false},
-        {0x0081, 24,  false},
-        {0x00C2, 24,  true },
+    const std::tuple<std::uint16_t, std::size_t, bool> cases[] =
+        {
+            {0x00C0, 24,  true },
+            {0x00C2, 576, true },
+            {0x00C0, 4,   true },
+            {0x00C0, 3,   false}, // the command of the one before must not count
+            {0x00C0, 0,   false},
+            {0x00C1, 24,  false},
+            {0x00C4, 24,  false},
+            {0x01C0, 24,  false},
+            {0x00C2, 24,  true },
     };
     Listen(20);
     std::uint64_t queued = 20;
     std::uint64_t fired = 0;
-    for (const auto& c : cases) {
-        const Bytes sent = Datagram(c.command, c.size);
+    for (const auto& [command, size, isEvent] : cases) {
+        const Bytes sent = Datagram(command, size);
         const int calls = hal->calls;
         hal->Put(sent);
-        if (c.isEvent) {
+        if (isEvent) {
             Bytes got;
-            ASSERT_EQ(0, GetData(5000, &got)) << c.command;
+            ASSERT_EQ(0, GetData(5000, &got)) << command;
             EXPECT_EQ(sent, got);
             ++fired;
         } else {
             --queued;
         }
         hal->AwaitCalls(calls + 1);
-        EXPECT_EQ(queued - 1, Info(MC_INFO_NUM_QUEUED)) << c.command << ": one is in the thread's hand";
+        EXPECT_EQ(queued - 1, Info(MC_INFO_NUM_QUEUED)) << command << ": one is in the thread's hand";
         EXPECT_EQ(fired, EventInfo(EVENT_NUM_FIRED));
         EXPECT_EQ(fired, Info(MC_INFO_NUM_DELIVERED));
         EXPECT_EQ(0U, EventInfo(EVENT_NUM_IN_QUEUE));
@@ -308,15 +297,6 @@ TEST_F(Channel, FlushTakesTheBufferInHandToo)
 TEST_F(Channel, KillEndsNoWaitButTurnsItsTimeoutIntoAbort)
 {
     Listen(2);
-    const auto timed = [&](std::uint64_t timeout) {
-        const auto begin = Clock::now();
-        const int code = GetData(timeout);
-        EXPECT_LE(std::chrono::milliseconds(timeout), Clock::now() - begin);
-        return code;
-    };
-    EXPECT_EQ(0, event->Kill());
-    EXPECT_EQ(GC_ERR_ABORT, timed(10));
-    EXPECT_EQ(GC_ERR_TIMEOUT, timed(10));
     EXPECT_EQ(0, event->Kill());
     EXPECT_EQ(0, event->Kill());
     EXPECT_EQ(GC_ERR_ABORT, GetData(0));
@@ -358,68 +338,39 @@ TEST_F(Channel, EventChecksItsArgumentsInOrder)
     size = kEventSizeMax - 1;
     EXPECT_EQ(GC_ERR_BUFFER_TOO_SMALL, event->GetData(bytes, &size, 0));
     EXPECT_EQ(0, GetData(kTopBit)) << "nobody looks at the time when an event is there";
-    const int commands[] = {EVENT_NUM_FIRED, EVENT_SIZE_MAX, EVENT_INFO_DATA_SIZE_MAX};
-    EXPECT_THAT(
-        std::vector<std::uint64_t>({EventInfo(commands[0]), EventInfo(commands[1]), EventInfo(commands[2])}),
-        ElementsAre(1, 576, 256));
+    EXPECT_EQ(1U, EventInfo(EVENT_NUM_FIRED));
+    EXPECT_EQ(576U, EventInfo(EVENT_SIZE_MAX));
+    EXPECT_EQ(256U, EventInfo(EVENT_INFO_DATA_SIZE_MAX));
 
     int type = 0;
     char text[64];
-    const struct
-    {
-        const void* data;
-        std::size_t dataSize;
-        int command;
-        int* type;
-        int code;
-        const char* text;
-    } questions[] = {
-        {nullptr, 0,  EVENT_DATA_ID,    nullptr, GC_ERR_INVALID_HANDLE,    nullptr               },
-        {bytes,   0,  EVENT_DATA_ID,    &type,   GC_ERR_INVALID_PARAMETER, nullptr               },
-        {bytes,   60, EVENT_DATA_ID,    nullptr, GC_ERR_INVALID_PARAMETER, nullptr               },
-        {bytes,   60, EVENT_DATA_ID,    &type,   GC_ERR_SUCCESS,           "New Buffer Event"    },
-        {bytes,   60, EVENT_DATA_VALUE, &type,   GC_ERR_SUCCESS,           "No buffer data value"},
-        {bytes,   60, EVENT_DATA_NUMID, &type,   GC_ERR_NOT_AVAILABLE,     nullptr               },
-        {bytes,   60, 3,                &type,   GC_ERR_INVALID_INDEX,     nullptr               },
-    };
-    for (const auto& q : questions) {
+    const auto ask = [&](const void* data, std::size_t dataSize, int command, int* pType) {
         size = sizeof text;
-        EXPECT_EQ(q.code, event->GetDataInfo(q.data, q.dataSize, q.command, q.type, text, &size))
-            << q.command;
-        EXPECT_TRUE(q.text == nullptr || std::strcmp(q.text, text) == 0) << q.command;
-    }
+        return event->GetDataInfo(data, dataSize, command, pType, text, &size);
+    };
+    EXPECT_EQ(GC_ERR_INVALID_HANDLE, ask(nullptr, 0, EVENT_DATA_ID, nullptr));
+    EXPECT_EQ(GC_ERR_INVALID_PARAMETER, ask(bytes, 0, EVENT_DATA_ID, &type));
+    EXPECT_EQ(GC_ERR_INVALID_PARAMETER, ask(bytes, 60, EVENT_DATA_ID, nullptr));
+    EXPECT_EQ(GC_ERR_NOT_AVAILABLE, ask(bytes, 60, EVENT_DATA_NUMID, &type));
+    EXPECT_EQ(GC_ERR_INVALID_INDEX, ask(bytes, 60, 3, &type));
+    EXPECT_EQ(0, ask(bytes, 60, EVENT_DATA_ID, &type));
+    EXPECT_STREQ("New Buffer Event", text);
+    EXPECT_EQ(0, ask(bytes, 60, EVENT_DATA_VALUE, &type));
+    EXPECT_STREQ("No buffer data value", text);
     EXPECT_EQ(GC_ERR_INVALID_PARAMETER, event->GetDataInfo(bytes, 60, EVENT_DATA_ID, &type, text, nullptr));
 }
 
 TEST_F(Channel, KnowsOneKindOfEvent)
 {
-    constexpr const char* kUnknown =
-        "EVENT_TYPE must be one of :\nGenTL::EVENT_REMOTE_DEVICE, GenTL::EVENT_ERROR, GenTL::EVENT_MODULE, \n"
-        "GenTL::EVENT_FEATURE_INVALIDATE, GenTL::EVENT_FEATURE_CHANGE, GenTL::EVENT_NEW_BUFFER";
-    const struct
-    {
-        int type;
-        const char* name;
-        int unregisterCode;
-        const char* end;
-    } refused[] = {
-        {EVENT_ERROR,              "EVENT_ERROR",              GC_ERR_NOT_IMPLEMENTED, " is not implemented"},
-        {EVENT_NEW_BUFFER,         "EVENT_NEW_BUFFER",         GC_ERR_NOT_AVAILABLE,   " is not available"  },
-        {EVENT_FEATURE_INVALIDATE, "EVENT_FEATURE_INVALIDATE", GC_ERR_NOT_AVAILABLE,   " is not available"  },
-        {EVENT_FEATURE_CHANGE,     "EVENT_FEATURE_CHANGE",     GC_ERR_NOT_AVAILABLE,   " is not available"  },
-        {EVENT_MODULE,             "EVENT_MODULE",             GC_ERR_NOT_IMPLEMENTED, " is not implemented"},
-    };
     void* hOther = nullptr;
-    for (const auto& r : refused) {
-        const std::string words = std::string("the EVENT_TYPE ") + r.name;
-        ExpectError(GC_ERR_NOT_IMPLEMENTED, words + " is not implemented",
-                    channel->RegisterEvent(r.type, &hOther));
-        ExpectError(r.unregisterCode, words + r.end, channel->UnregisterEvent(r.type));
-    }
-    for (const int type : {-1, 6}) {
-        ExpectError(GC_ERR_INVALID_INDEX, kUnknown, channel->RegisterEvent(type, &hOther));
-        ExpectError(GC_ERR_INVALID_INDEX, kUnknown, channel->UnregisterEvent(type));
-    }
+    ExpectError(GC_ERR_NOT_IMPLEMENTED, "the EVENT_TYPE EVENT_NEW_BUFFER is not implemented",
+                channel->RegisterEvent(EVENT_NEW_BUFFER, &hOther));
+    ExpectError(GC_ERR_NOT_AVAILABLE, "the EVENT_TYPE EVENT_NEW_BUFFER is not available",
+                channel->UnregisterEvent(EVENT_NEW_BUFFER));
+    EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, channel->UnregisterEvent(EVENT_ERROR));
+    EXPECT_EQ(GC_ERR_INVALID_INDEX, channel->RegisterEvent(6, &hOther));
+    EXPECT_EQ(GC_ERR_INVALID_INDEX, channel->UnregisterEvent(-1));
+    EXPECT_THAT(LastMessage(), HasSubstr(": EVENT_TYPE must be one of :\nGenTL::EVENT_REMOTE_DEVICE, "));
     constexpr int kType = EVENT_REMOTE_DEVICE;
     ExpectError(GC_ERR_INVALID_PARAMETER, "phEvent == nullptr", channel->RegisterEvent(kType, nullptr));
     ExpectError(GC_ERR_RESOURCE_IN_USE, "an event is already registered on the message channel",
@@ -453,14 +404,13 @@ TEST_F(Channel, RevokesOnlyBuffersThatNobodyUses)
     ExpectError(GC_ERR_INVALID_INDEX, "iIndex >= m_announcedBuffers.size()",
                 channel->GetBufferID(2, &hOther));
     ExpectError(GC_ERR_INVALID_PARAMETER, "phBuffer==nullptr", channel->GetBufferID(0, nullptr));
-    const auto infoAs = [&](auto value, int command) {
-        return Answer<decltype(value)>(
+    const auto info = [&](int command) {
+        return Answer<std::uint64_t>(
             [&](auto... out) { return channel->GetBufferInfo(hFirst, command, out...); });
     };
-    const auto info = [&](int command) { return infoAs(std::uint64_t{}, command); };
-    EXPECT_EQ(0, std::memcmp(sent.data(), infoAs(static_cast<void*>(nullptr), 0), sent.size()));
-    EXPECT_EQ(&hal, infoAs(static_cast<void*>(nullptr), 2));
-    EXPECT_THAT(std::vector<std::uint64_t>({info(1), info(3), info(4)}), ElementsAre(576, 0, 60));
+    EXPECT_EQ(0, std::memcmp(sent.data(), reinterpret_cast<const void*>(info(0)), sent.size()));
+    const std::uint64_t infos[] = {info(1), info(2), info(3), info(4)};
+    EXPECT_THAT(infos, ElementsAre(576, reinterpret_cast<std::uint64_t>(&hal), 0, 60));
     EXPECT_EQ(0, channel->QueueBuffer(hFirst));
     EXPECT_EQ(0U, info(4));
     int type = 0;
@@ -507,16 +457,6 @@ TEST_F(Channel, TellsItsState)
         numbers.push_back(Info(command));
     }
     EXPECT_THAT(numbers, ElementsAre(0, 0, 3, 0, 2, 3, 576, 1, 1));
-    for (const auto& [command, expected] : std::map<int, std::string>{
-             {0, "0"  },
-             {9, "GEV"}
-    }) {
-        char text[8] = {};
-        int type = 0;
-        std::size_t size = sizeof text;
-        EXPECT_EQ(0, channel->GetInfo(command, &type, text, &size));
-        EXPECT_EQ(expected, text);
-    }
     ExpectError(GC_ERR_RESOURCE_IN_USE, "acquisition engine is already started", channel->StartListening());
     EXPECT_EQ(0, channel->StopListening());
     EXPECT_FALSE(Info<bool>(MC_INFO_IS_GRABBING));
@@ -525,14 +465,8 @@ TEST_F(Channel, TellsItsState)
     EXPECT_EQ(0, GetData(0)) << "what came before the stop is still there";
     int type = 0;
     std::size_t size = 8;
-    ExpectError(GC_ERR_INVALID_INDEX,
-                "MC_INFO_CMD must be one of :\n"
-                "GenTL::MC_INFO_ID , GenTL::MC_INFO_NUM_DELIVERED, GenTL::MC_INFO_NUM_UNDERRUN, \n"
-                "GenTL::MC_INFO_NUM_ANNOUNCED, GenTL::MC_INFO_NUM_QUEUED, \n"
-                "GenTL::MC_INFO_NUM_AWAIT_DELIVERY, GenTL::MC_INFO_NUM_STARTED, \n"
-                "GenTL::MC_INFO_PAYLOAD_SIZE, GenTL::MC_INFO_IS_GRABBING, GenTL::MC_INFO_TLTYPE, \n"
-                "GenTL::MC_INFO_BUF_ANNOUNCE_MIN, GenTL::MC_INFO_BUF_ALIGNMENT",
-                channel->GetInfo(12, &type, nullptr, &size));
+    EXPECT_EQ(GC_ERR_INVALID_INDEX, channel->GetInfo(12, &type, nullptr, &size));
+    EXPECT_THAT(LastMessage(), HasSubstr(": MC_INFO_CMD must be one of :\nGenTL::MC_INFO_ID , GenTL::"));
 }
 
 TEST_F(Channel, StopsWhateverTheCameraSays)
@@ -563,41 +497,12 @@ TEST_F(Channel, RefusesAccordingToItsState)
 {
     void* handle = nullptr;
     int type = 0;
-    unsigned count = 0;
     std::size_t size = 0;
-    using Calls = std::vector<std::function<int(IMessageChannel&)>>;
-    const Calls portCalls = {
-        [&](auto& c) { return c.ReadPort(0, nullptr, &size); },
-        [&](auto& c) { return c.WritePort(0, nullptr, &size); },
-        [&](auto& c) { return c.GetPortURL(nullptr, &size); },
-        [&](auto& c) { return c.GetNumPortURLs(&count); },
-        [&](auto& c) { return c.GetPortURLInfo(0, 0, &type, nullptr, &size); },
-        [&](auto& c) { return c.ReadPortStacked(nullptr, &size); },
-        [&](auto& c) { return c.WritePortStacked(nullptr, &size); },
-    };
-    const Calls closedCalls = {
-        [&](auto& c) { return c.GetPortInfo(PORT_INFO_MODULE, &type, nullptr, &size); },
-        [&](auto& c) { return c.AllocAndAnnounceBuffer(1, nullptr, &handle); },
-        [&](auto& c) { return c.QueueBuffer(nullptr); },
-        [&](auto& c) { return c.RevokeBuffer(nullptr, nullptr); },
-        [&](auto& c) { return c.GetBufferID(0, nullptr); },
-        [&](auto& c) { return c.GetBufferInfo(nullptr, 0, &type, nullptr, &size); },
-        [&](auto& c) { return c.Flush(); },
-        [&](auto& c) { return c.GetInfo(0, &type, nullptr, &size); },
-        [&](auto& c) { return c.RegisterEvent(EVENT_ERROR, &handle); },
-        [&](auto& c) { return c.UnregisterEvent(EVENT_ERROR); },
-        [&](auto& c) { return c.StartListening(); },
-        [&](auto& c) { return c.StopListening(); },
-    };
-    MessageChannel base;
-    for (const auto& call : portCalls) {
-        EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, call(*channel));
-        ExpectError(GC_ERR_NOT_IMPLEMENTED, "only GEV message channels are supported", call(base));
-    }
+    EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, channel->ReadPort(0, nullptr, &size));
     EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, channel->GetPortInfo(PORT_INFO_MODULE, &type, nullptr, &size));
+    MessageChannel base;
+    ExpectError(GC_ERR_NOT_IMPLEMENTED, "only GEV message channels are supported", base.StartListening());
     EXPECT_EQ(0, base.GetPortInfo(PORT_INFO_MODULE, &type, nullptr, &size));
-    EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, base.StartListening());
-    EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, base.StopListening());
 
     bool isRefusedDestroyed = false;
     ScriptedGvmc refused(&isRefusedDestroyed);
@@ -605,11 +510,22 @@ TEST_F(Channel, RefusesAccordingToItsState)
     EXPECT_EQ(0, channel->Close());
     EXPECT_FALSE(isRefusedDestroyed);
     ExpectError(GC_ERR_RESOURCE_IN_USE, "GEV message channel is not open", channel->Close());
-    for (const Calls& calls : {portCalls, closedCalls}) {
-        for (const auto& call : calls) {
-            EXPECT_EQ(GC_ERR_INVALID_HANDLE, call(*channel));
-        }
-    }
+    const int codes[] = {
+        channel->ReadPort(0, nullptr, &size),
+        channel->GetPortInfo(PORT_INFO_MODULE, &type, nullptr, &size),
+        channel->AllocAndAnnounceBuffer(1, nullptr, &handle),
+        channel->QueueBuffer(nullptr),
+        channel->RevokeBuffer(nullptr, nullptr),
+        channel->GetBufferID(0, nullptr),
+        channel->GetBufferInfo(nullptr, 0, &type, nullptr, &size),
+        channel->Flush(),
+        channel->GetInfo(0, &type, nullptr, &size),
+        channel->RegisterEvent(EVENT_ERROR, &handle),
+        channel->UnregisterEvent(EVENT_ERROR),
+        channel->StartListening(),
+        channel->StopListening(),
+    };
+    EXPECT_THAT(codes, Each(GC_ERR_INVALID_HANDLE));
 }
 
 TEST(ChannelBuffer, CopiesItsContents)
@@ -618,18 +534,12 @@ TEST(ChannelBuffer, CopiesItsContents)
     MCBuffer from;
     from.m_pData = bytes;
     from.m_size = sizeof bytes;
-    from.m_sizeFilled = 3;
     MCBuffer to;
     to = from;
     EXPECT_NE(bytes, to.m_pData);
     to = *&to;
     EXPECT_STREQ(bytes, to.m_pData);
-    EXPECT_EQ(3U, to.m_sizeFilled);
     delete[] to.m_pData;
-    unsigned count = 1;
-    EXPECT_EQ(0, to.GetNumPortURLs(&count));
-    EXPECT_EQ(0U, count);
-    ExpectError(GC_ERR_INVALID_PARAMETER, "piNumURLs==nullptr", to.GetNumPortURLs(nullptr));
 }
 
 // ---- The camera's registers
@@ -642,44 +552,13 @@ constexpr unsigned kScp = 0x0D00;
 constexpr unsigned kReadable = 0x80000000;  // in kCaps: kMcsp can be read
 using Write = std::pair<unsigned, unsigned>;
 
-sockaddr_in Loopback()
+sockaddr_in Address(const std::string& text)
 {
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    inet_pton(AF_INET, text.c_str(), &address.sin_addr);
     return address;
 }
-
-/// A UDP socket at a free port of the loopback interface.
-class Receiver
-{
-public:
-    Receiver()
-    {
-        sockaddr_in address = Loopback();
-        socklen_t length = sizeof address;
-        EXPECT_EQ(0, bind(m_socket, reinterpret_cast<sockaddr*>(&address), length));
-        EXPECT_EQ(0, getsockname(m_socket, reinterpret_cast<sockaddr*>(&address), &length));
-        port = ntohs(address.sin_port);
-    }
-    ~Receiver() { close(m_socket); }
-
-    /// What has come.
-    std::vector<std::string> Datagrams() const
-    {
-        std::vector<std::string> datagrams;
-        char bytes[2048];
-        for (ssize_t got; (got = recv(m_socket, bytes, sizeof bytes, MSG_DONTWAIT)) >= 0;) {
-            datagrams.emplace_back(bytes, bytes + got);
-        }
-        return datagrams;
-    }
-
-    unsigned port = 0;
-
-private:
-    int m_socket = socket(AF_INET, SOCK_DGRAM, 0);
-};
 
 class CameraRegisters : public HALGev
 {
@@ -692,11 +571,11 @@ public:
     }
     int WriteReg(void*, unsigned address, unsigned value) override
     {
-        if (failing.first == address) {
-            return failing.second;
+        const int code = failing.first == address ? failing.second : 0;
+        if (code == 0) {
+            writes.emplace_back(address, value);
         }
-        writes.emplace_back(address, value);
-        return 0;
+        return code;
     }
 
     std::map<unsigned, unsigned> registers;
@@ -710,13 +589,15 @@ class Layer : public testing::Test
 protected:
     Layer()
     {
-        std::ofstream("norvo_log.conf") << R"({"ports": {"hal_out": )" << log.port
+        std::ofstream("norvo_log.conf") << R"({"ports": {"hal_out": )" << log.Port()
                                         << R"(, "gentl_out": 1, "vesta_in": 1, "zt_in": 1, "gentl_in": 1},)"
                                         << R"("levels": {"gentl": 100, "hal": 600}})";
         logger = std::make_unique<HLogger>();
         device.m_pSocket = std::make_unique<CommSocket>();
-        EXPECT_EQ(0, device.m_pSocket->OpenAndBindSocket(Loopback(), "127.0.0.1", 3956, false, 100));
-        camera.registers[kMcsp] = firewall.port;
+        EXPECT_EQ(0,
+                  device.m_pSocket->OpenAndBindSocket(Address("127.0.0.1"), "127.0.0.1", 3956, false, 100));
+        EXPECT_EQ(0, firewall.OpenAndBindSocket(Address("127.0.0.1")));
+        camera.registers[kMcsp] = ntohs(firewall.Address().sin_port);
     }
     ~Layer() override { device.m_pSocket->Close(); }
 
@@ -732,8 +613,7 @@ protected:
     std::string Logged() const
     {
         std::string messages;
-        for (const std::string& record : log.Datagrams()) {
-            const std::string message = nlohmann::json::parse(record).at("message");
+        for (std::string message; !(message = log.NextMessage()).empty();) {
             if (message.find("HALGv") != message.npos || message.find("anonymous") != message.npos) {
                 messages += message + "\n";
             }
@@ -741,9 +621,9 @@ protected:
         return messages;
     }
 
-    Receiver log;
+    LogListener log;
     std::unique_ptr<HLogger> logger;
-    Receiver firewall;
+    OverlappedSocket firewall;  // what the camera sends its events from
     CameraRegisters camera;
     DeviceHandle device;
     HALGvmc hal;
@@ -759,19 +639,19 @@ TEST_F(Layer, StartsOrTellsWhyNot)
         unsigned capabilities;
         std::pair<unsigned, int> failing;
         int code;
-        std::size_t writes, firewallDatagrams;
+        std::size_t writes;
         const char* log;
     } cases[] = {
-        {false, 3, kReadable,  {1, 0},              0, 2, 1, ""},
-        {false, 4, kReadable,  {1, 0},              0, 2, 1, ""},
-        {false, 3, ~kReadable, {1, 0},              0, 2, 0, "GenTL::HALGvmc::Start TraverseFirewall: -1014\n"},
-        {false, 3, kReadable,  {kMcsp, -1011},      0, 2, 0, "anonymous::TraverseFirewall WriteReg 2844 with err: -1011\n"
+        {false, 3, kReadable,  {1, 0},              0, 2, ""},
+        {false, 4, kReadable,  {1, 0},              0, 2, ""},
+        {false, 3, ~kReadable, {1, 0},              0, 2, "GenTL::HALGvmc::Start TraverseFirewall: -1014\n"},
+        {false, 3, kReadable,  {kMcsp, -1011},      0, 2, "anonymous::TraverseFirewall WriteReg 2844 with err: -1011\n"
                                                              "GenTL::HALGvmc::Start TraverseFirewall: -1011\n"},
-        {false, 2, kReadable,  {1, 0},          -1004, 0, 0, "GenTL::HALGvmc::Start unicast read-only failure: -1004\n"},
-        {false, 3, kReadable,  {kCaps, -1010},  -1010, 0, 0, "GenTL::HALGvmc::Start ReadReg 2352 with err: -1010\n"},
-        {false, 3, kReadable,  {kMcda, -1005},  -1005, 0, 0, "GenTL::HALGvmc::Start WriteReg MCDA: -1005\n"},
-        {false, 3, kReadable,  {kMcp, -1011},   -1011, 1, 0, "GenTL::HALGvmc::Start WriteReg MCP: -1011\n"},
-        {true,  2, kReadable,  {kMcp, -1011},   -1011, 0, 0, "GenTL::HALGvmc::Port ReadReg MCP: -1011\n"},
+        {false, 2, kReadable,  {1, 0},          -1004, 0, "GenTL::HALGvmc::Start unicast read-only failure: -1004\n"},
+        {false, 3, kReadable,  {kCaps, -1010},  -1010, 0, "GenTL::HALGvmc::Start ReadReg 2352 with err: -1010\n"},
+        {false, 3, kReadable,  {kMcda, -1005},  -1005, 0, "GenTL::HALGvmc::Start WriteReg MCDA: -1005\n"},
+        {false, 3, kReadable,  {kMcp, -1011},   -1011, 1, "GenTL::HALGvmc::Start WriteReg MCP: -1011\n"},
+        {true,  2, kReadable,  {kMcp, -1011},   -1011, 0, "GenTL::HALGvmc::Port ReadReg MCP: -1011\n"},
     };
     // clang-format on
     for (const auto& c : cases) {
@@ -781,13 +661,17 @@ TEST_F(Layer, StartsOrTellsWhyNot)
         EXPECT_EQ(c.code, Start(c.multicast, c.access));
         EXPECT_EQ(c.log, Logged());
         EXPECT_EQ(c.code == 0, IsOpen());
+        char datagram[8] = "nothing";
+        int size = 0;
+        const bool isSent = firewall.GetNextResult(datagram, sizeof datagram, size, 1) == 0;
+        EXPECT_EQ(isSent ? std::string(4, '\0') : "", std::string(datagram, static_cast<std::size_t>(size)));
+        EXPECT_EQ(c.code == 0 && *c.log == '\0', isSent);
         ASSERT_EQ(c.writes, camera.writes.size());
         if (c.writes == 2) {
             EXPECT_EQ(Write(kMcda, INADDR_LOOPBACK), camera.writes[0]);
             EXPECT_EQ(kMcp, camera.writes[1].first);
             EXPECT_LE(49152U, camera.writes[1].second);
         }
-        EXPECT_EQ(std::vector<std::string>(c.firewallDatagrams, std::string(4, '\0')), firewall.Datagrams());
         EXPECT_TRUE(c.capabilities == kReadable || camera.reads.back() == kCaps);
         Stop(c.access);
         Logged();
@@ -795,115 +679,93 @@ TEST_F(Layer, StartsOrTellsWhyNot)
     EXPECT_EQ(GC_ERR_INVALID_HANDLE, hal.Start(nullptr, ToHandle(&device), false, 3));
 }
 
+// In the words of the stream, and whatever the access.
 TEST_F(Layer, StopClosesTheStreamChannel)
 {
-    // clang-format off
-    const struct
-    {
-        int answer, code;
-        bool isOpenAfter;
-        const char* log;
-    } cases[] = {
-        {0,     0,     false, ""},
-        {-1011, 0,     false, "GenTL::HALGvsp::Stop WriteReg 3328 with err: -1011\n"},
-        {-1005, -1005, true,  "GenTL::HALGvsp::Stop WriteReg 3328 with err: -1005\n"},
-    };
-    // clang-format on
-    for (const auto& c : cases) {
-        ASSERT_EQ(0, Start(false, 3));
-        Logged();
-        camera.writes.clear();
-        camera.failing = {c.answer != 0 ? kScp : 1, c.answer};
-        EXPECT_EQ(c.code, Stop(2)) << "whatever the access";
-        EXPECT_EQ(c.log, Logged());
-        EXPECT_EQ(c.isOpenAfter, IsOpen());
-        EXPECT_EQ(std::vector<Write>(c.answer == 0 ? 1 : 0, Write(kScp, 0)), camera.writes);
-    }
+    ASSERT_EQ(0, Start(false, 3));
+    camera.writes.clear();
+    Logged();
+    camera.failing = {kScp, -1005};
+    EXPECT_EQ(-1005, Stop(2));
+    EXPECT_EQ("GenTL::HALGvsp::Stop WriteReg 3328 with err: -1005\n", Logged());
+    EXPECT_TRUE(IsOpen());
+    camera.failing.second = -1011;
+    EXPECT_EQ(0, Stop(2));
+    EXPECT_EQ("GenTL::HALGvsp::Stop WriteReg 3328 with err: -1011\n", Logged());
+    EXPECT_FALSE(IsOpen());
+    camera.failing.second = 0;
+    EXPECT_EQ(0, Stop(2));
+    EXPECT_THAT(camera.writes, ElementsAre(Write(kScp, 0)));
     EXPECT_EQ(GC_ERR_INVALID_HANDLE, hal.Stop(nullptr, ToHandle(&device), 3));
 }
 
 // ---- From the camera to the consumer
 
-void* RegisterEvents(const Consumer& consumer)
+class Events : public testing::Test
 {
-    void* hEvent = nullptr;
-    Consumer::Check(GCRegisterEvent(consumer.Device(), EVENT_REMOTE_DEVICE, &hEvent), "GCRegisterEvent");
-    return hEvent;
-}
-
-int UnregisterEvents(const Consumer& consumer)
-{
-    return GCUnregisterEvent(consumer.Device(), EVENT_REMOTE_DEVICE);
-}
-
-/// Empty after the time-out.
-Bytes NextEvent(void* hEvent, std::uint64_t timeoutMs)
-{
-    Bytes bytes(kEventSizeMax);
-    std::size_t size = bytes.size();
-    const int code = EventGetData(hEvent, bytes.data(), &size, timeoutMs);
-    bytes.resize(code == GC_ERR_SUCCESS ? size : 0);
-    return bytes;
-}
-
-void Open(Consumer& consumer, const Bench& bench, int flags = DEVICE_ACCESS_CONTROL)
-{
-    consumer.OpenInterface(bench.Net().HostAddress());
-    consumer.OpenCamera(kSerial, flags);
-}
-
-class EventBench : public Bench
-{
-public:
-    explicit EventBench(unsigned dataSize = 0)
+protected:
+    Events()
     {
-        config.eventNotifications = true;
-        config.eventDataSize = dataSize;
+        bench.config.eventNotifications = true;
+        bench.config.frameLimit = 3;
+        camera = &bench.StartCamera();
+        consumer.OpenInterface(bench.Net().HostAddress());
+        consumer.OpenCamera(kSerial);
     }
-};
 
-class EveryEvent : public testing::TestWithParam<unsigned>
-{
-};
+    int TryRegister(void** phEvent) const
+    {
+        return GCRegisterEvent(consumer.Device(), EVENT_REMOTE_DEVICE, phEvent);
+    }
+    void Register() { Consumer::Check(TryRegister(&hEvent), "GCRegisterEvent"); }
+    int Unregister() const { return GCUnregisterEvent(consumer.Device(), EVENT_REMOTE_DEVICE); }
+    void Generate(unsigned count = 1) { camera->SetRegister(sim::Feature::kTestEventGenerate, count); }
+    /// Empty after the time-out.
+    Bytes Next(std::uint64_t timeoutMs = 2000) const
+    {
+        Bytes bytes(kEventSizeMax);
+        std::size_t size = bytes.size();
+        const int code = EventGetData(hEvent, bytes.data(), &size, timeoutMs);
+        bytes.resize(code == GC_ERR_SUCCESS ? size : 0);
+        return bytes;
+    }
 
-TEST_P(EveryEvent, ArrivesUnchangedAndInOrder)
-{
-    constexpr unsigned kEvents = 10000;
-    EventBench bench(GetParam() - 24);
-    sim::Camera& camera = bench.StartCamera();
+    Bench bench;
+    sim::Camera* camera = nullptr;
     Consumer consumer;
-    Open(consumer, bench);
-    void* const hEvent = RegisterEvents(consumer);
-    camera.SetRegister(sim::Feature::kTestEventGenerate, kEvents);
+    void* hEvent = nullptr;
+};
+
+TEST_F(Events, ArriveUnchangedAndInOrder)
+{
+    constexpr unsigned kEvents = 8000;  // the camera remembers twice as many
+    Register();
     std::vector<Bytes> received;
-    const auto begin = Clock::now();
-    while (received.size() < kEvents) {
-        received.push_back(NextEvent(hEvent, 5000));
-        ASSERT_EQ(GetParam(), received.back().size()) << "event " << received.size();
+    for (const unsigned dataSize : {36, 552}) {
+        camera->SetRegister(sim::Feature::kEventDataSize, dataSize);
+        Generate(kEvents);
+        for (unsigned i = 0; i < kEvents; ++i) {
+            received.push_back(Next(5000));
+            ASSERT_EQ(24 + dataSize, received.back().size()) << "event " << i;
+        }
     }
-    const std::chrono::duration<double> elapsed = Clock::now() - begin;
-    RecordProperty("events_per_second", static_cast<int>(kEvents / elapsed.count()));
-    EXPECT_EQ(camera.Events(), received);
-    EXPECT_EQ(0U, camera.Seen().watchTimeouts);
-    EXPECT_EQ(1U, camera.Seen().messageFirewallDatagrams);
-    EXPECT_EQ(0, UnregisterEvents(consumer));
+    EXPECT_EQ(camera->Events(), received);
+    EXPECT_EQ(0U, camera->Seen().watchTimeouts);
+    EXPECT_EQ(1U, camera->Seen().messageFirewallDatagrams);
+    EXPECT_EQ(0, Unregister());
 }
 
-INSTANTIATE_TEST_SUITE_P(Sizes, EveryEvent, testing::Values(60, 576));
-
-TEST(Events, TellAnAcquisitionAsTheFeaturesWant)
+TEST_F(Events, TellAnAcquisitionAndEndItsStream)
 {
-    EventBench bench;
-    bench.config.frameLimit = 3;
-    bench.StartCamera();
-    Consumer consumer;
-    OpenUpToStream(consumer, bench, 4, bench.config.geometry.ImageBytes());
-    void* const hEvent = RegisterEvents(consumer);
+    consumer.OpenStream();
+    consumer.Announce(4, bench.config.geometry.ImageBytes());
+    consumer.QueueAll();
+    Register();
     consumer.Start();
     StartCameraAcquisition(consumer);
     // Reserved, identifier, stream channel, block ID, behind the header.
     const auto told = [&] {
-        const Bytes event = NextEvent(hEvent, 2000);
+        const Bytes event = Next();
         return event.size() == 24 ? Bytes(event.begin() + 8, event.begin() + 16) : Bytes();
     };
     EXPECT_THAT(told(), ElementsAre(0, 0, 0x90, 0x00, 0xFF, 0xFF, 0, 0));
@@ -912,258 +774,135 @@ TEST(Events, TellAnAcquisitionAsTheFeaturesWant)
     }
     EXPECT_THAT(told(), ElementsAre(0, 0, 0x90, 0x01, 0xFF, 0xFF, 0, 0));
 
-    consumer.WriteRegister(sim::Feature::kEventNotification, 0);
-    consumer.WriteRegister(sim::Feature::kEventNotification + 8, 0);
-    StartCameraAcquisition(consumer);
-    EXPECT_THAT(told(), ElementsAre(0, 0, 0x90, 0x01, 0xFF, 0xFF, 0, 0));
-    EXPECT_THAT(NextEvent(hEvent, 300), IsEmpty());
+    EXPECT_NE(0U, camera->Register(0x0D00));
+    EXPECT_EQ(0, Unregister());
+    EXPECT_EQ(0U, camera->Register(0x0D00));
+    EXPECT_NE(0U, camera->Register(0x0B00));
     consumer.Stop();
-    EXPECT_EQ(0, UnregisterEvents(consumer));
 }
 
-TEST(Events, ComeAgainWhenTheCameraRepeatsThem)
+TEST_F(Events, EndWhenOtherTrafficHasUsedUpTheBuffers)
 {
-    EventBench bench;
-    sim::Camera& camera = bench.StartCamera();
-    Consumer consumer;
-    Open(consumer, bench);
-    void* const hEvent = RegisterEvents(consumer);
-    consumer.WriteRegister(0x0B14, 50);
-    consumer.WriteRegister(0x0B18, 2);
-    camera.SetRegister(sim::Feature::kTestEventGenerate, 1);
-    const Bytes first = NextEvent(hEvent, 2000);
-    ASSERT_EQ(24U, first.size());
-    EXPECT_EQ(1, first[1] & 1) << "the camera asks for an acknowledge";
-    EXPECT_EQ(first, NextEvent(hEvent, 2000));
-    EXPECT_EQ(first, NextEvent(hEvent, 2000));
-    EXPECT_THAT(NextEvent(hEvent, 300), IsEmpty());
-    EXPECT_EQ(0U, camera.Seen().eventAcks);
-}
-
-TEST(Events, EndWhenOtherTrafficHasUsedUpTheBuffers)
-{
-    EventBench bench;
-    sim::Camera& camera = bench.StartCamera();
-    Consumer consumer;
-    Open(consumer, bench);
-    void* hEvent = RegisterEvents(consumer);
+    Register();
     const Bytes stray = Datagram(0x00C4, 24);
     for (int i = 0; i < 99; ++i) {
-        camera.SendMessageDatagram(stray.data(), stray.size());
+        camera->SendMessageDatagram(stray.data(), stray.size());
     }
     for (int i = 0; i < 3; ++i) {
-        camera.SetRegister(sim::Feature::kTestEventGenerate, 1);
-        EXPECT_EQ(24U, NextEvent(hEvent, 2000).size());
+        Generate();
+        EXPECT_EQ(24U, Next().size());
     }
-    camera.SendMessageDatagram(stray.data(), stray.size());
-    camera.SetRegister(sim::Feature::kTestEventGenerate, 1);
-    EXPECT_THAT(NextEvent(hEvent, 500), IsEmpty());
-    EXPECT_EQ(0, UnregisterEvents(consumer));
-    hEvent = RegisterEvents(consumer);
-    camera.SetRegister(sim::Feature::kTestEventGenerate, 1);
-    EXPECT_EQ(24U, NextEvent(hEvent, 2000).size());
-    EXPECT_EQ(0, EventFlush(hEvent));
-    camera.SetRegister(sim::Feature::kTestEventGenerate, 1);
-    EXPECT_THAT(NextEvent(hEvent, 500), IsEmpty());
-    EXPECT_EQ(0, UnregisterEvents(consumer));
+    camera->SendMessageDatagram(stray.data(), stray.size());
+    Generate();
+    EXPECT_THAT(Next(500), IsEmpty());
+    EXPECT_EQ(0, Unregister());
+    Register();
+    Generate();
+    EXPECT_EQ(24U, Next().size());
 }
 
-TEST(Events, TakeTheImageStreamWithThemWhenTheyEnd)
+TEST_F(Events, AreRegisteredOnceByWhoHasControl)
 {
-    EventBench bench;
-    sim::Camera& camera = bench.StartCamera();
-    Consumer consumer;
-    OpenUpToStream(consumer, bench, 4, bench.config.geometry.ImageBytes());
-    RegisterEvents(consumer);
-    consumer.Start();
-    EXPECT_NE(0U, camera.Register(0x0D00));
-    EXPECT_EQ(0, UnregisterEvents(consumer));
-    EXPECT_EQ(0U, camera.Register(0x0D00));
-    EXPECT_NE(0U, camera.Register(0x0B00));
-    consumer.Stop();
-}
-
-TEST(Events, AreRegisteredOnceByWhoHasControl)
-{
-    EventBench bench;
-    sim::Camera& camera = bench.StartCamera();
-    Consumer consumer;
-    Open(consumer, bench, DEVICE_ACCESS_READONLY);
-    void* hEvent = nullptr;
+    consumer.CloseCamera();
+    consumer.OpenCamera(kSerial, DEVICE_ACCESS_READONLY);
     for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(GC_ERR_RESOURCE_IN_USE, GCRegisterEvent(consumer.Device(), EVENT_REMOTE_DEVICE, &hEvent));
+        EXPECT_EQ(GC_ERR_RESOURCE_IN_USE, TryRegister(&hEvent));
         EXPECT_THAT(Consumer::TakeError(), testing::Not(HasSubstr("already open")));
         EXPECT_EQ(nullptr, hEvent);
     }
-    EXPECT_EQ(0U, camera.Register(0x0B10));
-    EXPECT_EQ(GC_ERR_NOT_INITIALIZED, UnregisterEvents(consumer));
+    EXPECT_EQ(0U, camera->Register(0x0B10));
+    EXPECT_EQ(GC_ERR_NOT_INITIALIZED, Unregister());
     EXPECT_THAT(Consumer::TakeError(), HasSubstr(": the message channel 0 is not open"));
     consumer.CloseCamera();
 
     consumer.OpenCamera(kSerial);
-    EXPECT_EQ(GC_ERR_INVALID_PARAMETER, GCRegisterEvent(consumer.Device(), EVENT_REMOTE_DEVICE, nullptr));
+    EXPECT_EQ(GC_ERR_INVALID_PARAMETER, TryRegister(nullptr));
     EXPECT_THAT(Consumer::TakeError(), HasSubstr(": phEvent == nullptr"));
-    hEvent = RegisterEvents(consumer);
+    Register();
     void* hSecond = nullptr;
-    EXPECT_EQ(GC_ERR_RESOURCE_IN_USE, GCRegisterEvent(consumer.Device(), EVENT_REMOTE_DEVICE, &hSecond));
+    EXPECT_EQ(GC_ERR_RESOURCE_IN_USE, TryRegister(&hSecond));
     EXPECT_THAT(Consumer::TakeError(), HasSubstr(": message channel 0 is already open"));
-    camera.SetRegister(sim::Feature::kTestEventGenerate, 1);
-    EXPECT_EQ(24U, NextEvent(hEvent, 2000).size());
-    EXPECT_EQ(0, UnregisterEvents(consumer));
+    Generate();
+    EXPECT_EQ(24U, Next().size());
+    EXPECT_EQ(0, Unregister());
     EXPECT_EQ(GC_ERR_INVALID_HANDLE, EventKill(hEvent));
 }
 
 // A camera that refuses the last write of the stop, or answers no more, must not keep the channel open.
-TEST(Events, EndWhateverTheCameraSays)
+TEST_F(Events, EndWhateverTheCameraSays)
 {
-    EventBench bench;
-    sim::Camera& camera = bench.StartCamera();
-    Consumer consumer;
-    Open(consumer, bench);
-    RegisterEvents(consumer);
-    camera.GoSilent(true);
-    EXPECT_EQ(0, UnregisterEvents(consumer)) << "nobody waits for a camera that is gone";
-    camera.GoSilent(false);
-    RegisterEvents(consumer);
-    camera.SetRegister(0x0A00, 0);
-    EXPECT_EQ(GC_ERR_ACCESS_DENIED, UnregisterEvents(consumer));
-    EXPECT_EQ(GC_ERR_NOT_INITIALIZED, UnregisterEvents(consumer));
+    Register();
+    camera->GoSilent(true);
+    EXPECT_EQ(0, Unregister()) << "nobody waits for a camera that is gone";
+    camera->GoSilent(false);
+    Register();
+    camera->SetRegister(0x0A00, 0);
+    EXPECT_EQ(GC_ERR_ACCESS_DENIED, Unregister());
+    EXPECT_EQ(GC_ERR_NOT_INITIALIZED, Unregister());
 }
 
-constexpr std::uint64_t kMulticastMap = 0x2400;
-constexpr const char* kListenerAddress = "CHANNEL_TEST_LISTENER_ADDRESS";
-
-void* RegisterMulticastEvents(Consumer& consumer, const std::string& hostAddress, int flags)
+TEST_F(Events, ReachEveryListenerOfTheGroup)
 {
-    consumer.OpenInterface(hostAddress);
-    consumer.OpenCamera(kSerial, flags);
-    consumer.OpenStream();
-    Consumer::WriteMap(consumer.Stream(), kMulticastMap, 1);
-    return RegisterEvents(consumer);
-}
-
-std::string Hex(const Bytes& bytes)
-{
-    std::string text;
-    for (const unsigned char byte : bytes) {
-        char digits[3];
-        snprintf(digits, sizeof digits, "%02x", byte);
-        text += digits;
-    }
-    return text;
-}
-
-/// Run by the test below in a process of its own: prints a line when it listens, and one for each event.
-TEST(EventListener, DISABLED_PrintsWhatItHears)
-{
-    const char* address = std::getenv(kListenerAddress);
-    ASSERT_NE(nullptr, address);
-    Consumer consumer;
-    void* const hEvent = RegisterMulticastEvents(consumer, address, DEVICE_ACCESS_READONLY);
-    printf("\nheard nothing yet\n");
-    fflush(stdout);
-    for (Bytes event; !(event = NextEvent(hEvent, 5000)).empty();) {
-        printf("heard %s\n", Hex(event).c_str());
-        fflush(stdout);
-        if (event.size() > 24) {
-            break;
-        }
-    }
-    EXPECT_EQ(GC_ERR_ACCESS_DENIED, UnregisterEvents(consumer)) << "another application has control";
-}
-
-TEST(Events, ReachEveryListenerOfTheGroup)
-{
-    EventBench bench;
-    sim::Camera& camera = bench.StartCamera();
     bench.Net().RunOnHost(std::string("ip route add 224.0.0.0/4 dev ") + sim::TestNet::kHostInterface);
-    Consumer consumer;
-    void* const hEvent = RegisterMulticastEvents(consumer, bench.Net().HostAddress(), DEVICE_ACCESS_CONTROL);
-    EXPECT_EQ(0xEF0B0B0BU, camera.Register(0x0B10));
-    const unsigned port = camera.Register(0x0B00);
+    consumer.OpenStream();
+    Consumer::WriteMap(consumer.Stream(), 0x2400, 1);  // multicast
+    Register();
+    EXPECT_EQ(0xEF0B0B0BU, camera->Register(0x0B10));
+    const unsigned port = camera->Register(0x0B00);
 
-    const std::string command = std::string(kListenerAddress) + "=" + bench.Net().HostAddress() + " " +
-                                std::filesystem::read_symlink("/proc/self/exe").string() +
-                                " --gtest_also_run_disabled_tests --gtest_filter=EventListener.*";
-    FILE* listener = popen(command.c_str(), "r");
-    ASSERT_NE(nullptr, listener);
-    std::string all;
-    const auto heard = [&] {
-        for (char line[2048]; fgets(line, sizeof line, listener) != nullptr; all += line) {
-            if (std::strncmp(line, "heard ", 6) == 0) {
-                return std::string(line + 6, strcspn(line + 6, "\n"));
-            }
-        }
-        return "the end after\n" + all;
-    };
-    EXPECT_EQ("nothing yet", heard());
-    for (const unsigned dataSize : {0U, 0U, 0U, 552U}) {
-        camera.SetRegister(sim::Feature::kEventDataSize, dataSize);
-        camera.SetRegister(sim::Feature::kTestEventGenerate, 1);
-        const Bytes event = NextEvent(hEvent, 5000);
+    // A process opens a camera once: the layer alone is what another one would listen with.
+    HALGev control;
+    DeviceHandle device;
+    device.m_pSocket = std::make_unique<CommSocket>();
+    ASSERT_EQ(0, device.m_pSocket->OpenAndBindSocket(Address(bench.Net().HostAddress()),
+                                                     bench.Net().CameraAddress(), 3956, false, 1000));
+    HALGvmc listener;
+    ASSERT_EQ(0, listener.Start(&control, ToHandle(&device), true, DEVICE_ACCESS_READONLY));
+    for (const unsigned dataSize : {0U, 552U}) {
+        camera->SetRegister(sim::Feature::kEventDataSize, dataSize);
+        Generate();
+        const Bytes event = Next();
         EXPECT_EQ(24 + dataSize, event.size());
-        EXPECT_EQ(Hex(event), heard());
+        char heard[kEventSizeMax];
+        int size = 0;
+        EXPECT_EQ(0, listener.GetNextPacket(heard, sizeof heard, size, 2000));
+        EXPECT_EQ(event, Bytes(heard, heard + size));
     }
-    while (fgetc(listener) != EOF) {
-    }
-    EXPECT_EQ(0, pclose(listener));
-    EXPECT_EQ(port, camera.Register(0x0B00)) << "a listener writes nothing";
-    camera.SetRegister(sim::Feature::kTestEventGenerate, 1);
-    EXPECT_EQ(576U, NextEvent(hEvent, 5000).size());
-    EXPECT_EQ(0, UnregisterEvents(consumer));
-}
-
-TEST(Events, EndWithTheirDevice)
-{
-    EventBench bench;
-    bench.StartCamera();
-    Consumer consumer;
-    consumer.OpenInterface(bench.Net().HostAddress());
-    const std::size_t threads = Entries("/proc/self/task");
-    const std::size_t descriptors = Entries("/proc/self/fd");
-    for (int i = 0; i < 3; ++i) {
-        consumer.OpenCamera(kSerial);
-        void* const hEvent = RegisterEvents(consumer);
-        consumer.CloseCamera();
-        EXPECT_EQ(GC_ERR_INVALID_HANDLE, EventKill(hEvent));
-    }
-    EXPECT_EQ(threads, Entries("/proc/self/task"));
-    EXPECT_EQ(descriptors, Entries("/proc/self/fd"));
+    EXPECT_EQ(GC_ERR_ACCESS_DENIED, listener.Stop(&control, ToHandle(&device), DEVICE_ACCESS_READONLY));
+    EXPECT_EQ(port, camera->Register(0x0B00)) << "a listener writes nothing";
+    EXPECT_EQ(0, Unregister());
 }
 
 // Datagrams that keep coming save each cycle the receive thread's last time-out.
-TEST(Events, AreRegisteredAndUnregisteredWithoutAnythingLeftBehind)
+TEST_F(Events, LeaveNothingBehind)
 {
     constexpr std::ptrdiff_t kSmallestBlock = 32;  // that a leak of each cycle would leave
-    EventBench bench;
-    sim::Camera& camera = bench.StartCamera();
-    Consumer consumer;
-    Open(consumer, bench);
+    consumer.CloseCamera();
     std::atomic<bool> isDone{false};
     std::thread sender([&] {
         const Bytes event = Datagram(0x00C0, 24);
         while (!isDone) {
-            camera.SendMessageDatagram(event.data(), event.size());
+            camera->SendMessageDatagram(event.data(), event.size());
             std::this_thread::sleep_for(1ms);
         }
     });
-    std::size_t threads = 0;
-    std::size_t descriptors = 0;
-    std::ptrdiff_t bytes = 0;
+    const std::size_t threads = Entries("/proc/self/task");
+    const std::size_t descriptors = Entries("/proc/self/fd");
     const auto bytesInUse = [] { return static_cast<std::ptrdiff_t>(mallinfo2().uordblks); };
+    std::ptrdiff_t bytes = 0;
+    consumer.OpenCamera(kSerial);
     for (int cycle = 0; cycle < 500; ++cycle) {
-        if (cycle == 50) {
-            threads = Entries("/proc/self/task");
-            descriptors = Entries("/proc/self/fd");
-            bytes = bytesInUse();
-        }
-        void* const hEvent = RegisterEvents(consumer);
-        EXPECT_EQ(24U, NextEvent(hEvent, 2000).size());
-        ASSERT_EQ(0, UnregisterEvents(consumer)) << Consumer::TakeError();
+        bytes = cycle == 50 ? bytesInUse() : bytes;
+        Register();
+        EXPECT_EQ(24U, Next().size());
+        ASSERT_EQ(0, Unregister()) << Consumer::TakeError();
     }
+    EXPECT_GT(450 * kSmallestBlock, bytesInUse() - bytes);
+    Register();
+    consumer.CloseCamera();
+    EXPECT_EQ(GC_ERR_INVALID_HANDLE, EventKill(hEvent)) << "events end with their device";
     EXPECT_EQ(threads, Entries("/proc/self/task"));
     EXPECT_EQ(descriptors, Entries("/proc/self/fd"));
-    EXPECT_GT(450 * kSmallestBlock, bytesInUse() - bytes);
     isDone = true;
     sender.join();
 }

@@ -12,7 +12,6 @@
 #include "gev/HALGev.h"
 #include "log/GLogger.h"
 #include "modules/ThreadPriority.h"
-#include "stream/IDataStream.h"
 
 #include <boost/algorithm/string/join.hpp>
 #include <boost/thread/thread.hpp>
@@ -61,67 +60,51 @@ public:
 
     int ReadReg(void*, unsigned address, unsigned& value) override
     {
-        const Access access(*this, address, "R " + Hex(address));
-        const auto found = m_registers.find(address);
-        if (m_unreadable.count(address) != 0 || found == m_registers.end()) {
-            return Raise(kRefused, "transaction");
-        }
-        value = found->second;
-        return 0;
+        const int code = Note("R " + Hex(address));
+        Locked([&] { value = code == 0 ? m_registers[address] : value; });
+        return code;
     }
     int WriteReg(void*, unsigned address, unsigned value) override
     {
-        const Access access(*this, address, "W " + Hex(address) + "=" + Hex(value));
-        if (m_unwritable.count(address) != 0) {
-            return Raise(kRefused, "transaction");
-        }
-        m_registers[address] = value;
-        return 0;
+        const int code = Note("W " + Hex(address), "=" + Hex(value));
+        Locked([&] { m_registers[address] = code == 0 ? value : m_registers[address]; });
+        return code;
     }
     int ReadRegBlock(void*, unsigned address, unsigned* values, unsigned long count) override
     {
-        for (unsigned i = 0; i < count; ++i) {
-            if (const int code = ReadReg(nullptr, address + 4 * i, values[i]); code != 0) {
-                return code;
-            }
+        int code = 0;
+        for (unsigned i = 0; i < count && code == 0; ++i) {
+            code = ReadReg(nullptr, address + 4 * i, values[i]);
         }
-        return 0;
+        return code;
     }
     int WriteRegBlock(void*, unsigned address, const unsigned* values, unsigned long count) override
     {
         const auto* bytes = reinterpret_cast<const char*>(values);
         m_written.append(bytes, bytes + 4 * count);
-        return Memory("B", address, count);
+        return Note("B " + Hex(address), "+" + std::to_string(count));
     }
     int ReadMem(void*, unsigned address, char* data, unsigned long size) override
     {
         for (unsigned i = 0; i < size; ++i) {
             data[i] = m_text.empty() ? static_cast<char>(address + i) : i < m_text.size() ? m_text[i] : '\0';
         }
-        return Memory("M", address, size);
+        return Note("M " + Hex(address), "+" + std::to_string(size));
     }
     int WriteMem(void*, unsigned address, const char* data, unsigned long size) override
     {
         m_written.append(data, data + size);
-        return Memory("N", address, size);
+        return Note("N " + Hex(address), "+" + std::to_string(size));
     }
-    int SetDeviceTimeout(void*, int ms) override
-    {
-        m_accesses.push_back("T " + std::to_string(ms));
-        return m_timeoutCode;
-    }
+    int SetDeviceTimeout(void*, int ms) override { return Note("T", " " + std::to_string(ms)); }
     int SetConnected(void* device, bool isConnected) override
     {
-        return m_connectCode != 0 ? m_connectCode : HALGev::SetConnected(device, isConnected);
+        const int code = Note("connect");
+        return code != 0 ? code : HALGev::SetConnected(device, isConnected);
     }
-    int CloseDevice(void*) override
-    {
-        m_accesses.push_back("close");
-        return m_closeCode;
-    }
+    int CloseDevice(void*) override { return Note("close"); }
 
-    /// Waits for `count` more accesses of the heartbeat and gives all since.
-    /// From the first beat on.
+    /// Waits for `count` accesses of the heartbeat from the first on, and gives all.
     std::vector<std::string> Beats(std::size_t count)
     {
         std::unique_lock<std::mutex> lock(m_mutex);
@@ -129,6 +112,7 @@ public:
             m_beaten.wait_for(lock, std::chrono::seconds(20), [&] { return m_beats.size() >= count; }));
         return m_beats;
     }
+    /// From now on.
     std::vector<std::string> NextBeats(std::size_t count)
     {
         Locked([this] { m_beats.clear(); });
@@ -142,40 +126,27 @@ public:
 
     DeviceHandle m_handle;
     std::map<unsigned, unsigned> m_registers = {
-        {0x0004, 0     },
         {0x0934, 0x20  },
         {0x0938, kNever},
         {0x093C, 1     },
         {0x0940, 2     },
         {0x0954, 0x11  },
         {0x0958, 500   },
-        {0x0A00, 0     },
-        {0x0D04, 0     },
     };
-    std::set<unsigned> m_unreadable;  // registers and memory
-    std::set<unsigned> m_unwritable;
-    std::string m_text;     // what all memory holds; by default each byte its address
-    std::string m_written;  // to memory and by register blocks
-    int m_connectCode = 0;
-    int m_timeoutCode = 0;
-    int m_closeCode = 0;
+    std::map<std::string, int> m_failing;  // access without its value or size: the answer
+    std::string m_text;                    // what all memory holds; by default each byte its address
+    std::string m_written;                 // to memory and by register blocks
     std::vector<std::string> m_accesses;
     std::vector<std::string> m_beats;
 
 private:
-    struct Access
+    int Note(const std::string& access, const std::string& value = "")
     {
-        Access(Camera& camera, unsigned address, const std::string& text) : m_lock(camera.m_mutex)
-        {
-            (address == kHeartbeat ? camera.m_beats : camera.m_accesses).push_back(text);
-            camera.m_beaten.notify_all();
-        }
-        std::lock_guard<std::mutex> m_lock;
-    };
-    int Memory(const char* kind, unsigned address, unsigned long count)
-    {
-        m_accesses.push_back(kind + (" " + Hex(address)) + "+" + std::to_string(count));
-        return m_unreadable.count(address) != 0 ? Raise(GC_ERR_TIMEOUT, "transaction") : 0;
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const bool isBeat = access == "R 0938" || access == "W 0938";
+        (isBeat ? m_beats : m_accesses).push_back(access + value);
+        m_beaten.notify_all();
+        return m_failing.count(access) != 0 ? Raise(m_failing[access], "transaction") : 0;
     }
 
     std::mutex m_mutex;
@@ -190,7 +161,7 @@ protected:
         WriteLogConfig(m_listener.Port(), 600);
         m_log = std::make_unique<GLogger>();
         ErrorCache::GetErrorCache()->Clear();
-        Make();
+        Renew();
     }
     void TearDown() override
     {
@@ -200,14 +171,18 @@ protected:
         m_device.reset();
         m_log.reset();
     }
-    void Make()
+    /// A new camera, and its device.
+    void Renew()
     {
+        m_device.reset();
+        m_camera = std::make_unique<Camera>();
         m_device =
             std::make_unique<DeviceGev>(m_camera.get(), "if", &m_parent, ToHandle(&m_camera->m_handle));
     }
     int Open(int flags) { return m_device->Open(flags, &m_parent); }
 
-    std::vector<std::string> Accesses() { return std::exchange(m_camera->m_accesses, {}); }
+    /// All since the last call but the heartbeat's.
+    std::string Accesses() { return boost::algorithm::join(std::exchange(m_camera->m_accesses, {}), ", "); }
     /// The messages logged since the last call.
     std::vector<std::string> Logged() const
     {
@@ -250,7 +225,7 @@ protected:
     LogListener m_listener;
     std::unique_ptr<GLogger> m_log;
     int m_parent = 0;
-    std::unique_ptr<Camera> m_camera = std::make_unique<Camera>();
+    std::unique_ptr<Camera> m_camera;
     std::unique_ptr<DeviceGev> m_device;
 };
 
@@ -258,155 +233,110 @@ protected:
 
 TEST_F(DeviceTest, FlagsDecideOnControlAndStatus)
 {
-    struct Case
+    const struct
     {
         int flags;
         unsigned ccp;
-        const char* write;  // to CCP
+        std::string taken;
         int status;
+    } cases[] = {
+        {DEVICE_ACCESS_UNKNOWN,   0,       "",                                DEVICE_ACCESS_STATUS_READONLY },
+        {DEVICE_ACCESS_READONLY,  3,       "",                                DEVICE_ACCESS_STATUS_READONLY },
+        {DEVICE_ACCESS_CONTROL,   3,       "R 0A00, W 0A00=0002, connect, ",  DEVICE_ACCESS_STATUS_READWRITE},
+        {DEVICE_ACCESS_EXCLUSIVE, 0x10004, "R 0A00, W 0A00=10007, connect, ", DEVICE_ACCESS_STATUS_READWRITE},
     };
-    const Case cases[] = {
-        {DEVICE_ACCESS_UNKNOWN,   0,       nullptr,        DEVICE_ACCESS_STATUS_READONLY },
-        {DEVICE_ACCESS_READONLY,  3,       nullptr,        DEVICE_ACCESS_STATUS_READONLY },
-        {DEVICE_ACCESS_CONTROL,   3,       "W 0A00=0002",  DEVICE_ACCESS_STATUS_READWRITE},
-        {DEVICE_ACCESS_EXCLUSIVE, 0x10004, "W 0A00=10007", DEVICE_ACCESS_STATUS_READWRITE},
-    };
-    for (const Case& row : cases) {
+    for (const auto& row : cases) {
+        Renew();
         m_camera->m_registers[0x0A00] = row.ccp;
-        m_camera->m_beats.clear();
-        Make();
-        Accesses();
         ASSERT_EQ(0, Open(row.flags));
-        const bool controls = row.write != nullptr;
-        const std::vector<std::string> taken = {"R 0A00", controls ? row.write : ""};
-        std::vector<std::string> expected = {"R 093C",      "R 0940", "R 0934", "R 0954",
-                                             "W 0954=0013", "R 0958", "T 500"};
-        expected.insert(expected.begin(), taken.begin(), controls ? taken.end() : taken.begin());
-        m_camera->m_registers[0x0954] = 0x11;
-        EXPECT_EQ(expected, Accesses()) << row.flags;
+        const bool controls = !row.taken.empty();
+        EXPECT_EQ(row.taken + "R 093C, R 0940, R 0934, R 0954, W 0954=0013, R 0958, T 500", Accesses());
         EXPECT_EQ(row.status, Info<int>(DEVICE_INFO_ACCESS_STATUS, INFO_DATATYPE_INT32));
         EXPECT_EQ(controls, Info<bool>(DEVICE_INFO_IS_CONNECTED, INFO_DATATYPE_BOOL8));
         EXPECT_EQ(0x100000002u, Info<unsigned long>(DEVICE_INFO_TIMESTAMP_FREQUENCY, INFO_DATATYPE_UINT64));
         EXPECT_EQ(0, m_device->Close());
         EXPECT_LE(m_camera->m_beats.size(), controls ? 1u : 0u);
-        m_camera->HALGev::SetConnected(ToHandle(&m_camera->m_handle), false);
     }
     EXPECT_THAT(Logged(), IsEmpty());
-    Make();
-    Accesses();
+    Renew();
     for (const int flags : {-1, 5}) {
         EXPECT_EQ(GC_ERR_INVALID_PARAMETER, Open(flags));
     }
-    EXPECT_THAT(Accesses(), IsEmpty());
+    EXPECT_EQ("", Accesses());
 }
 
-// 0, or what no socket takes, would wait for ever or fail a camera that is taken already.
-TEST_F(DeviceTest, SocketTimeoutIsTheCamerasPendingTimeout)
+// A time-out of 0, or one that no socket takes, would wait for ever or fail a camera that is taken already.
+TEST_F(DeviceTest, OpensWithoutRegistersThatItDoesNotNeed)
 {
-    struct Case
+    const struct
     {
+        const char* failing;
         std::map<unsigned, unsigned> registers;
-        std::set<unsigned> unreadable;
-        std::set<unsigned> unwritable;
-        std::vector<std::string> expected;
+        const char* accesses;
+    } cases[] = {
+        {"R 093C", {},                                  "R 093C, R 0934, R 0954, W 0954=0013, R 0958, T 500"        },
+        {"R 0954", {},                                  "R 093C, R 0940, R 0934, R 0954, W 0954=0002, R 0958, T 500"},
+        {"W 0954", {},                                  "R 093C, R 0940, R 0934, R 0954, W 0954=0013, R 0958, T 500"},
+        {"R 0958", {{0x0934, 0}},                       "R 093C, R 0940, R 0934, R 0958, T 200"                     },
+        {"",       {{0x0934, 0}, {0x0958, 0}},          "R 093C, R 0940, R 0934, R 0958, T 200"                     },
+        {"",       {{0x0934, 0}, {0x0958, 0xFFFFFFFF}}, "R 093C, R 0940, R 0934, R 0958, T 2147483647"              },
     };
-    const Case cases[] = {
-        {{},                                  {0x0954}, {},       {"R 0954", "W 0954=0002", "R 0958", "T 500"}},
-        {{},                                  {},       {0x0954}, {"R 0954", "W 0954=0013", "R 0958", "T 500"}},
-        {{{0x0934, 0}},                       {0x0958}, {},       {"R 0958", "T 200"}                         },
-        {{{0x0934, 0}, {0x0958, 0}},          {},       {},       {"R 0958", "T 200"}                         },
-        {{{0x0934, 0}, {0x0958, 0xFFFFFFFF}}, {},       {},       {"R 0958", "T 2147483647"}                  },
-    };
-    for (const Case& row : cases) {
-        m_device.reset();
-        m_camera = std::make_unique<Camera>();
+    for (const auto& row : cases) {
+        Renew();
         for (const auto& [address, value] : row.registers) {
             m_camera->m_registers[address] = value;
         }
-        m_camera->m_unreadable = row.unreadable;
-        m_camera->m_unwritable = row.unwritable;
-        Make();
+        m_camera->m_failing[row.failing] = kRefused;
         EXPECT_EQ(0, Open(DEVICE_ACCESS_READONLY));
-        auto accesses = Accesses();
-        accesses.erase(accesses.begin(), accesses.begin() + 3);
-        EXPECT_EQ(row.expected, accesses);
+        EXPECT_EQ(row.accesses, Accesses());
     }
-    EXPECT_THAT(Logged(), ElementsAre("DeviceGev::Open reading sk_gvcpConfigAddress failed with: -1005",
+    EXPECT_THAT(Logged(), ElementsAre("anonymous::GetTimestampTickFrequency ReadReg  failed with: -1005",
+                                      "DeviceGev::Open GetTimestampTickFrequency failed with: -1005",
+                                      "DeviceGev::Open reading sk_gvcpConfigAddress failed with: -1005",
                                       "DeviceGev::Open writing sk_gvcpConfigAddress failed with: -1005",
                                       "DeviceGev::Open reading sk_pendingTimeoutAddress failed with: -1005"));
 }
 
-TEST_F(DeviceTest, TickFrequencyIsNotNeeded)
-{
-    m_camera->m_unreadable = {0x093C};
-    EXPECT_EQ(0, Open(DEVICE_ACCESS_READONLY));
-    EXPECT_THAT(Accesses(), Not(Contains("R 0940")));
-    EXPECT_EQ(0u, Info<unsigned long>(DEVICE_INFO_TIMESTAMP_FREQUENCY, INFO_DATATYPE_UINT64));
-    EXPECT_THAT(NewestError(), EndsWith(": IGNORABLE: field to get tick frequency"));
-    EXPECT_THAT(Logged(), ElementsAre("anonymous::GetTimestampTickFrequency ReadReg  failed with: -1005",
-                                      "DeviceGev::Open GetTimestampTickFrequency failed with: -1005"));
-}
-
-struct FailedOpen
-{
-    const char* name;
-    void (*arrange)(Camera&);
-    int code;
-    const char* log;
-    const char* text;
-    bool keepsHeartbeat;
-};
-
-class DeviceFailedOpen : public DeviceTest, public testing::WithParamInterface<FailedOpen>
-{
-};
-
 // What owns the camera by then stays, everything else goes: no socket may leak with each refused open.
-TEST_P(DeviceFailedOpen, LeavesOnlyARunningHeartbeat)
+TEST_F(DeviceTest, FailedOpenLeavesOnlyARunningHeartbeat)
 {
-    m_camera->m_registers[kHeartbeat] = 2;
-    GetParam().arrange(*m_camera);
-    EXPECT_EQ(GetParam().code, Open(DEVICE_ACCESS_CONTROL));
-    EXPECT_THAT(NewestError(), AllOf(HasSubstr("Open():"), EndsWith(GetParam().text)));
-    EXPECT_THAT(Logged(), Contains(GetParam().log + (": " + std::to_string(GetParam().code))));
-    unsigned count = 1;
-    EXPECT_EQ(0, m_device->GetNumDataStreams(&count));
-    EXPECT_EQ(0u, count);
-    m_log.reset();  // the heartbeat that stays has nobody to tell
+    const struct
+    {
+        const char* failing;
+        int code;
+        const char* text;
+        bool keepsHeartbeat;
+    } cases[] = {
+        {"R 0A00",  kRefused,  ": failed to read CCP (0x0A00) register",             false},
+        {"W 0A00",  kRefused,  ": failed to write to CCP (0x0A00) register",         false},
+        {"connect", GC_ERR_IO, ": failed to set the device state to connected",      true },
+        {"R 0934",  kRefused,  ": failed to read GVCP Capability (0x0934) register", true },
+        {"T",       GC_ERR_IO, ": GenTL::GC_ERR_IO(-1010)",                          true },
+    };
+    for (const auto& row : cases) {
+        Renew();
+        m_camera->m_registers[kHeartbeat] = 2;
+        m_camera->m_failing[row.failing] = row.code;
+        EXPECT_EQ(row.code, Open(DEVICE_ACCESS_CONTROL));
+        EXPECT_THAT(NewestError(), AllOf(HasSubstr("Open():"), EndsWith(row.text)));
+        unsigned count = 1;
+        EXPECT_EQ(0, m_device->GetNumDataStreams(&count));
+        EXPECT_EQ(0u, count);
 
-    Accesses();
-    m_device.reset();
-    if (!GetParam().keepsHeartbeat) {
-        EXPECT_THAT(Accesses(), ElementsAre("close"));
-        return;
+        Accesses();
+        m_device.reset();
+        EXPECT_EQ(row.keepsHeartbeat ? "" : "close", Accesses());
+        if (row.keepsHeartbeat) {
+            EXPECT_EQ(2u, m_camera->m_registers[0x0A00]);
+            EXPECT_THAT(m_camera->NextBeats(4), Contains("W 0938=0002"));
+            m_camera->Locked([this] { m_camera->m_registers[kHeartbeat] = kNever; });
+            static auto& kept = *new std::vector<std::unique_ptr<Camera>>();  // its thread outlives the test
+            kept.push_back(std::move(m_camera));
+        }
     }
-    EXPECT_THAT(Accesses(), IsEmpty());
-    EXPECT_EQ(2u, m_camera->m_registers[0x0A00]);
-    EXPECT_THAT(m_camera->NextBeats(4), Contains("W 0938=0002"));
-    m_camera->Locked([this] { m_camera->m_registers[kHeartbeat] = kNever; });
-    static auto& kept = *new std::vector<std::unique_ptr<Camera>>();  // its thread outlives the test
-    kept.push_back(std::move(m_camera));
+    EXPECT_THAT(Logged(), IsSupersetOf({"DeviceGev::Open ReadReg address  0x0A00 failed with: -1005",
+                                        "DeviceGev::Open ConfigureDeviceTimeout failed with: -1010"}));
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Device,
-    DeviceFailedOpen,
-    testing::Values(FailedOpen{"CcpRead", [](Camera& c) { c.m_unreadable = {0x0A00}; }, kRefused,
-                               "DeviceGev::Open ReadReg address  0x0A00 failed with",
-                               ": failed to read CCP (0x0A00) register", false},
-                    FailedOpen{"CcpWrite", [](Camera& c) { c.m_unwritable = {0x0A00}; }, kRefused,
-                               "DeviceGev::Open WriteReg address  0x0A00 failed with",
-                               ": failed to write to CCP (0x0A00) register", false},
-                    FailedOpen{"SetConnected", [](Camera& c) { c.m_connectCode = GC_ERR_INVALID_HANDLE; },
-                               GC_ERR_INVALID_HANDLE, "DeviceGev::Open SetConnected failed with",
-                               ": failed to set the device state to connected", true},
-                    FailedOpen{"Capability", [](Camera& c) { c.m_unreadable = {0x0934}; }, kRefused,
-                               "DeviceGev::Open reading sk_gvcpCapabilityAddress failed with",
-                               ": failed to read GVCP Capability (0x0934) register", true},
-                    FailedOpen{"Timeout", [](Camera& c) { c.m_timeoutCode = GC_ERR_IO; }, GC_ERR_IO,
-                               "DeviceGev::Open ConfigureDeviceTimeout failed with",
-                               ": GenTL::GC_ERR_IO(-1010)", true}),
-    [](const auto& row) { return row.param.name; });
 
 TEST_F(DeviceTest, StreamThatCannotBeMadeFailsTheOpen)
 {
@@ -417,54 +347,42 @@ TEST_F(DeviceTest, StreamThatCannotBeMadeFailsTheOpen)
     const auto logged = Logged();
     EXPECT_THAT(logged, Contains(StartsWith("DeviceGev::Open exception creating stream = ")));
     EXPECT_THAT(logged, Contains("DeviceGev::Open get multi-cast state failed with: -1021"));
-    EXPECT_THAT(Accesses(), IsEmpty());
+    EXPECT_EQ("", Accesses());
 }
 
 // ---- Closing
 
 TEST_F(DeviceTest, CloseGoesOnWhateverFails)
 {
-    struct Case
+    const struct
     {
-        std::set<unsigned> unreadable;
-        std::set<unsigned> unwritable;
-        int closeCode;
+        std::map<std::string, int> failing;
         int result;
-        const char* write;
+        std::string write;
+    } cases[] = {
+        {{},                                           0,         "W 0A00=0104"},
+        {{{"R 0A00", kRefused}},                       0,         "W 0A00=0000"},
+        {{{"W 0A00", kRefused}, {"close", GC_ERR_IO}}, kRefused,  "W 0A00=0104"},
+        {{{"close", GC_ERR_IO}},                       GC_ERR_IO, "W 0A00=0104"},
     };
-    const Case cases[] = {
-        {{},       {},       0,         0,         "W 0A00=0104"},
-        {{0x0A00}, {},       0,         0,         "W 0A00=0000"},
-        {{},       {0x0A00}, GC_ERR_IO, kRefused,  "W 0A00=0104"},
-        {{},       {},       GC_ERR_IO, GC_ERR_IO, "W 0A00=0104"},
-    };
-    for (const Case& row : cases) {
+    for (const auto& row : cases) {
         g_openedDevicesRegistry.AddInterfaceEntry("if", &m_parent);
+        Renew();
         m_camera->m_registers[0x0A00] = 0x0104;
-        Make();
         ASSERT_EQ(0, Open(DEVICE_ACCESS_EXCLUSIVE));
         ASSERT_EQ(0, g_openedDevicesRegistry.AddDeviceEntry("if", "S123", &m_parent));
-        void* hPort = nullptr;
-        void* hSecond = nullptr;
-        void* hStream = nullptr;
-        ASSERT_EQ(0, m_device->GetPort(&hPort));
-        ASSERT_EQ(0, m_device->GetPort(&hSecond));
-        ASSERT_EQ(0, m_device->OpenDataStream("0", &hStream));
-        m_camera->Locked([&] {
-            m_camera->m_unreadable = row.unreadable;
-            m_camera->m_unwritable = row.unwritable;
-        });
-        m_camera->m_closeCode = row.closeCode;
+        void* handles[3] = {};
+        ASSERT_EQ(0, m_device->GetPort(&handles[0]));
+        ASSERT_EQ(0, m_device->GetPort(&handles[1]));
+        ASSERT_EQ(0, m_device->OpenDataStream("0", &handles[2]));
+        m_camera->Locked([&] { m_camera->m_failing = row.failing; });
         Accesses();
         EXPECT_EQ(row.result, m_device->Close());
-        EXPECT_THAT(Accesses(), ElementsAre("R 0A00", row.write, "close"));
+        EXPECT_EQ("R 0A00, " + row.write + ", close", Accesses());
         EXPECT_FALSE(g_openedDevicesRegistry.IsDeviceAlreadyOpen("S123"));
-        for (void* handle : {hPort, hSecond, hStream}) {
+        for (void* handle : handles) {
             EXPECT_TRUE(CheckHandle(handle) != 0 || CastHandle(handle) == nullptr) << "names what is gone";
         }
-        m_camera->m_unreadable.clear();
-        m_camera->m_unwritable.clear();
-        m_camera->m_closeCode = 0;
         g_openedDevicesRegistry.PopInterfaceEntry("if");
     }
     EXPECT_THAT(Logged(), ElementsAre("DeviceGev::Close ReadReg address 0x0A00 failed with: -1005",
@@ -509,16 +427,15 @@ TEST_F(HeartbeatTest, OutlivesFailures)
     ThreadPriority::m_priorityHeartbeatThread = 99;  // none there is
     Start(4);
     m_camera->NextBeats(2);
-    m_camera->Locked([this] { m_camera->m_unreadable = {kHeartbeat}; });
+    m_camera->Locked([this] { m_camera->m_failing["R 0938"] = kRefused; });
     m_camera->NextBeats(1);  // may have begun before
     EXPECT_THAT(m_camera->NextBeats(4), Each(std::string("R 0938")));
     m_camera->Locked([this] {
-        m_camera->m_unreadable.clear();
-        m_camera->m_unwritable = {kHeartbeat};
+        m_camera->m_failing.clear();
+        m_camera->m_failing["W 0938"] = kRefused;
     });
     EXPECT_THAT(m_camera->NextBeats(6), Contains("W 0938=0004"));
-    m_camera->Locked([this] { m_camera->m_unwritable.clear(); });
-    EXPECT_THAT(m_camera->NextBeats(4), Contains("W 0938=0004"));
+    EXPECT_THAT(m_camera->NextBeats(4), Contains("W 0938=0004")) << "after a failed write";
     EXPECT_THAT(Logged(), IsSupersetOf({"anonymous::HeartbeatThread ReadReg  failed with : -1005: -1005",
                                         "anonymous::HeartbeatThread WriteReg  failed with: -1005"}));
     ThreadPriority::m_priorityHeartbeatThread = 1;
@@ -526,7 +443,7 @@ TEST_F(HeartbeatTest, OutlivesFailures)
 
 TEST_F(HeartbeatTest, EndsWithoutTheFirstRead)
 {
-    m_camera->m_unreadable = {kHeartbeat};
+    m_camera->m_failing["R 0938"] = kRefused;
     Start(4);
     EXPECT_TRUE(m_thread.try_join_for(boost::chrono::seconds(20)));
     EXPECT_THAT(m_camera->m_beats, ElementsAre("R 0938"));
@@ -557,21 +474,9 @@ TEST_F(DeviceTest, AnswersWhatTheDiscoveryRecordHolds)
     EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_device->SetActionCommandDeviceKey(nullptr));
 
     m_device = std::make_unique<DeviceGev>(m_camera.get(), "if", &m_parent, nullptr);
-    std::vector<std::string> texts;
-    for (const int command :
-         {DEVICE_INFO_ID, DEVICE_INFO_VENDOR, DEVICE_INFO_MODEL, DEVICE_INFO_TLTYPE, DEVICE_INFO_DISPLAYNAME,
-          DEVICE_INFO_USER_DEFINED_NAME, DEVICE_INFO_SERIAL_NUMBER, DEVICE_INFO_VERSION}) {
-        texts.push_back(Text(command));
-    }
-    EXPECT_THAT(texts,
-                ElementsAre("Unknown Device ID", "Unknown Vendor Name", "Unknown Model Name", "GEV",
-                            "Unknown Model Name ( Unknown Serial Number ) ", "Unknown User Defined Name",
-                            "Unknown Serial Number", "Unknown Device Version"));
-    EXPECT_THAT(Logged(), ElementsAre("DeviceGev::DeviceGev could not get model name: -1006",
-                                      "DeviceGev::DeviceGev could not get vendor name: -1006",
-                                      "DeviceGev::DeviceGev could not get serial number: -1006",
-                                      "DeviceGev::DeviceGev could not get user defined name: -1006",
-                                      "DeviceGev::DeviceGev could not get version: -1006"));
+    EXPECT_EQ("Unknown Device ID", Text(DEVICE_INFO_ID));
+    EXPECT_EQ("Unknown Model Name ( Unknown Serial Number ) ", Text(DEVICE_INFO_DISPLAYNAME));
+    EXPECT_THAT(Logged(), Contains("DeviceGev::DeviceGev could not get user defined name: -1006"));
     EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_device->GetInfo(DEVICE_INFO_IS_CONNECTED, &type, nullptr, &size));
 }
 
@@ -581,31 +486,23 @@ TEST_F(DeviceTest, StreamsGoByTheirNumber)
     char id[2] = {};
     std::size_t size = 1;
     EXPECT_EQ(GC_ERR_BUFFER_TOO_SMALL, m_device->GetDataStreamID(0, id, &size));
-    EXPECT_EQ(1u, size);
-    EXPECT_EQ(0, m_device->GetDataStreamID(0, nullptr, &size));
+    EXPECT_EQ(0, m_device->GetDataStreamID(1, nullptr, &size));
     EXPECT_EQ(2u, size);
-    for (const unsigned index : {0u, 1u}) {
-        EXPECT_EQ(0, m_device->GetDataStreamID(index, id, &size));
-        EXPECT_EQ(std::to_string(index), id);
-    }
     EXPECT_EQ(GC_ERR_INVALID_INDEX, m_device->GetDataStreamID(2, id, &size));
 
     void* hStream = nullptr;
-    for (const char* wrong : {"", "x0", "-0", " 0", "+0", "2", "4294967296", "99999999999999999999"}) {
+    for (const char* wrong : {"", "x0", "-0", " 0", "2", "4294967296", "99999999999999999999"}) {
         EXPECT_EQ(GC_ERR_INVALID_ID, m_device->OpenDataStream(wrong, &hStream)) << wrong;
         EXPECT_THAT(NewestError(), EndsWith(std::string(": ") + wrong + " is not a valid ID"));
     }
     EXPECT_EQ(nullptr, hStream);
     for (const char* right : {"0x", "1x"}) {
         ASSERT_EQ(0, m_device->OpenDataStream(right, &hStream));
-        void* hDevice = nullptr;
-        EXPECT_EQ(0, dynamic_cast<IDataStream&>(*CastHandle(hStream)).GetParentDev(&hDevice));
-        EXPECT_EQ(&m_parent, hDevice);
         EXPECT_EQ(GC_ERR_RESOURCE_IN_USE, m_device->OpenDataStream(right, &hStream));
     }
 }
 
-TEST_F(DeviceTest, NullArgumentsAreRefused)
+TEST_F(DeviceTest, NullArgumentsAndOtherEventsAreRefused)
 {
     ASSERT_EQ(0, Open(DEVICE_ACCESS_READONLY));
     RemoteDeviceGev port = Port();
@@ -626,13 +523,17 @@ TEST_F(DeviceTest, NullArgumentsAreRefused)
         port.GetNumPortURLs(nullptr),
     };
     EXPECT_THAT(codes, Each(GC_ERR_INVALID_PARAMETER));
+    EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, m_device->RegisterEvent(EVENT_NEW_BUFFER, &handle));
+    EXPECT_THAT(NewestError(), EndsWith(": only EVENT_REMOTE_DEVICE is implemented"));
+    EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, m_device->UnregisterEvent(EVENT_NEW_BUFFER));
+    EXPECT_THAT(NewestError(), EndsWith(": only GenTL::EVENT_REMOTE_DEVICE is implemented"));
 }
 
 // ---- The camera's port
 
 TEST_F(DeviceTest, TransfersAreCutToWhatACommandCarries)
 {
-    struct Case
+    const struct
     {
         unsigned capabilities;  // 2: the camera takes WRITEMEM
         long mechanism;
@@ -641,8 +542,7 @@ TEST_F(DeviceTest, TransfersAreCutToWhatACommandCarries)
         const char* reads;
         const char* writes;
         unsigned long written;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {0, 1, 0x1000,     1073, "M 1000+536, M 1218+536, M 1430+1", "N 1000+536, N 1218+536, N 1430+1", 1073},
         {0, 1, 0x1000,     1072, "M 1000+536, M 1218+536",           "N 1000+536, N 1218+536",           1072},
         {0, 1, 0x1000,     0,    "M 1000+0",                         "N 1000+0",                         0   },
@@ -651,18 +551,17 @@ TEST_F(DeviceTest, TransfersAreCutToWhatACommandCarries)
         {0, 0, 0x1000,     6,    "M 1000+6",                         "B 1000+1",                         4   },
         {0, 0, 0x1000,     600,  "M 1000+536, M 1218+64",            "B 1000+67, B 110C+67, B 1218+16",  600 },
     };
-    const auto accesses = [this] { return boost::algorithm::join(Accesses(), ", "); };
-    for (const Case& row : cases) {
+    for (const auto& row : cases) {
         RemoteDeviceGev port = Port(row.capabilities, row.mechanism);
         std::vector<char> memory(row.size + 1);  // an odd address: nothing may assume alignment
         char* bytes = memory.data() + 1;
         unsigned long size = row.size;
         Accesses();
         EXPECT_EQ(0, port.ReadPort(row.address, bytes, &size));
-        EXPECT_EQ(row.reads, accesses());
+        EXPECT_EQ(row.reads, Accesses());
         m_camera->m_written.clear();
         EXPECT_EQ(0, port.WritePort(row.address, bytes, &size));
-        EXPECT_EQ(row.writes, accesses());
+        EXPECT_EQ(row.writes, Accesses());
         EXPECT_EQ(std::string(bytes, row.written), m_camera->m_written);
         for (unsigned long i = 0; i < row.size; ++i) {
             ASSERT_EQ(static_cast<char>(row.address + i), bytes[i]);
@@ -707,15 +606,15 @@ TEST_F(DeviceTest, PortRefusesWhatHasNoPlaceOrNoState)
             Accesses();
             EXPECT_EQ(GC_ERR_INVALID_ADDRESS, port.ReadPort(address, bytes, &size)) << address;
             EXPECT_EQ(GC_ERR_INVALID_ADDRESS, port.WritePort(address, bytes, &size)) << address;
-            EXPECT_THAT(Accesses(), IsEmpty());
+            EXPECT_EQ("", Accesses());
         }
     }
     std::size_t size = 1073;
     RemoteDeviceGev port = Port(0, 1);
-    m_camera->m_unreadable = {0x1218};
+    m_camera->m_failing["M 1218"] = GC_ERR_TIMEOUT;
     Accesses();
     EXPECT_EQ(GC_ERR_TIMEOUT, port.ReadPort(0x1000, bytes, &size));
-    EXPECT_THAT(Accesses(), ElementsAre("M 1000+536", "M 1218+536"));
+    EXPECT_EQ("M 1000+536, M 1218+536", Accesses());
     EXPECT_EQ(1073u, size);
 
     port.SetEndianessMechanism(2);
@@ -728,8 +627,7 @@ TEST_F(DeviceTest, PortRefusesWhatHasNoPlaceOrNoState)
     EXPECT_EQ(GC_ERR_NOT_AVAILABLE, port.RegisterEvent(EVENT_REMOTE_DEVICE, nullptr));
     EXPECT_EQ(GC_ERR_NOT_AVAILABLE, port.ReadPortStacked(nullptr, nullptr));
     EXPECT_THAT(Logged(),
-                ElementsAre("RemoteDeviceGev::ReadPort  m_endiannessMechanism is not set to valid value",
-                            "RemoteDeviceGev::WritePort  m_endiannessMechanism is not set to valid value"));
+                Contains("RemoteDeviceGev::ReadPort  m_endiannessMechanism is not set to valid value"));
 }
 
 TEST_F(DeviceTest, PortDescriptionComesFromTheDevice)
@@ -738,21 +636,17 @@ TEST_F(DeviceTest, PortDescriptionComesFromTheDevice)
     ASSERT_EQ(0, Open(DEVICE_ACCESS_READONLY));
     void* hPort = nullptr;
     ASSERT_EQ(0, m_device->GetPort(&hPort));
-    const auto text = [&](auto& module, int command) {
+    IBaseModule& port = *CastHandle(hPort);
+    const auto text = [&](int command) {
         char value[100] = {};
         int type = 0;
         std::size_t size = sizeof value;
-        EXPECT_EQ(0, module.GetPortInfo(command, &type, value, &size));
+        EXPECT_EQ(0, port.GetPortInfo(command, &type, value, &size));
         return type == INFO_DATATYPE_BOOL8 ? std::to_string(value[0]) : std::string(value);
     };
-    IBaseModule& port = *CastHandle(hPort);
-    EXPECT_EQ("S123", text(port, PORT_INFO_ID));
-    EXPECT_EQ("Device", text(port, PORT_INFO_MODULE));
-    EXPECT_EQ("Device", text(port, PORT_INFO_PORTNAME));
-    EXPECT_EQ("1", text(port, PORT_INFO_BIG_ENDIAN));
-    EXPECT_EQ("0", text(port, PORT_INFO_LITTLE_ENDIAN));
-    EXPECT_EQ("TLDevice", text(*m_device, PORT_INFO_MODULE));
-    EXPECT_EQ("DevicePort", text(*m_device, PORT_INFO_PORTNAME));
+    const std::string texts[] = {text(PORT_INFO_ID), text(PORT_INFO_MODULE), text(PORT_INFO_PORTNAME),
+                                 text(PORT_INFO_BIG_ENDIAN), text(PORT_INFO_LITTLE_ENDIAN)};
+    EXPECT_THAT(texts, ElementsAre("S123", "Device", "Device", "1", "0"));
 }
 
 // The consumer's buffer is exactly as large as told, so that a byte too many is seen.
@@ -772,13 +666,13 @@ TEST_F(DeviceTest, UrlEndsInTwoNulsHoweverLongItIs)
         size = needed - 1;
         EXPECT_EQ(GC_ERR_BUFFER_TOO_SMALL, port.GetPortURL(url.data(), &size));
         EXPECT_EQ(needed - 1, size);
-        EXPECT_THAT(Accesses(), ElementsAre("M 0200+536"));
+        EXPECT_EQ("M 0200+536", Accesses());
     }
     std::size_t size = 0;
-    m_camera->m_unreadable = {0x0200};
+    m_camera->m_failing["M 0200"] = GC_ERR_TIMEOUT;
     EXPECT_EQ(0, port.GetPortURL(nullptr, &size));
-    EXPECT_THAT(Accesses(), ElementsAre("M 0200+536", "M 0400+536"));
-    m_camera->m_unreadable = {0x0200, 0x0400};
+    EXPECT_EQ("M 0200+536, M 0400+536", Accesses());
+    m_camera->m_failing["M 0400"] = GC_ERR_TIMEOUT;
     EXPECT_EQ(GC_ERR_TIMEOUT, port.GetPortURL(nullptr, &size));
 }
 
@@ -801,24 +695,16 @@ TEST_F(DeviceTest, ManifestEntriesAreThoseThatWereRead)
     m_camera->m_registers[0x9014] = 0x8000F000;
     ASSERT_EQ(0, port.GetNumPortURLs(&count));
     EXPECT_EQ(63u, count);
-    const auto number = [&](int command) {
-        long value = 0;
-        size = sizeof value;
-        EXPECT_EQ(0, port.GetPortURLInfo(1, command, &type, &value, &size)) << command;
-        return value;
-    };
-    std::vector<long> versions;
+    std::vector<long> numbers;
     for (const int command : {URL_INFO_FILE_VER_MAJOR, URL_INFO_FILE_VER_MINOR, URL_INFO_FILE_VER_SUBMINOR,
-                              URL_INFO_SCHEMA_VER_MAJOR, URL_INFO_SCHEMA_VER_MINOR}) {
-        versions.push_back(number(command));
+                              URL_INFO_SCHEMA_VER_MAJOR, URL_INFO_SCHEMA_VER_MINOR, URL_INFO_SCHEME,
+                              URL_INFO_FILE_REGISTER_ADDRESS}) {
+        size = sizeof(long);
+        EXPECT_EQ(0, port.GetPortURLInfo(1, command, &type, &numbers.emplace_back(), &size)) << command;
     }
-    EXPECT_THAT(versions, ElementsAre(1, 2, 3, 4, 5));
-    EXPECT_EQ(0, number(URL_INFO_SCHEME));
-    EXPECT_EQ(INFO_DATATYPE_INT32, type);
-    EXPECT_EQ(0x8000F000, number(URL_INFO_FILE_REGISTER_ADDRESS));
+    EXPECT_THAT(numbers, ElementsAre(1, 2, 3, 4, 5, 0, 0x8000F000));
     EXPECT_EQ(INFO_DATATYPE_UINT64, type);
     EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, port.GetPortURLInfo(1, URL_INFO_FILE_SIZE, &type, nullptr, &size));
-    EXPECT_EQ(GC_ERR_INVALID_INDEX, port.GetPortURLInfo(1, URL_INFO_CUSTOM_ID, &type, nullptr, &size));
     EXPECT_EQ(GC_ERR_INVALID_INDEX, port.GetPortURLInfo(63, URL_INFO_URL, &type, nullptr, &size));
 
     m_camera->m_text = "Local:a.xml";
@@ -826,21 +712,11 @@ TEST_F(DeviceTest, ManifestEntriesAreThoseThatWereRead)
     EXPECT_EQ(0, port.GetPortURLInfo(1, URL_INFO_URL, &type, nullptr, &size));
     EXPECT_EQ(13u, size);
     EXPECT_EQ(0, port.GetPortURLInfo(62, URL_INFO_URL, &type, nullptr, &size));
-    EXPECT_THAT(Accesses(), ElementsAre("M 8000F000+536", "M FFFFFFFF+536"));
+    EXPECT_EQ("M 8000F000+536, M FFFFFFFF+536", Accesses());
 
-    m_camera->m_unreadable = {0x9008};
+    m_camera->m_failing["R 9008"] = kRefused;
     EXPECT_EQ(kRefused, port.GetNumPortURLs(&count));
     EXPECT_EQ(63u, count);
-}
-
-TEST_F(DeviceTest, HasNoEventButTheCameras)
-{
-    ASSERT_EQ(0, Open(DEVICE_ACCESS_READONLY));
-    void* hEvent = nullptr;
-    EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, m_device->RegisterEvent(EVENT_NEW_BUFFER, &hEvent));
-    EXPECT_THAT(NewestError(), EndsWith(": only EVENT_REMOTE_DEVICE is implemented"));
-    EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, m_device->UnregisterEvent(EVENT_NEW_BUFFER));
-    EXPECT_THAT(NewestError(), EndsWith(": only GenTL::EVENT_REMOTE_DEVICE is implemented"));
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 #include "LogConfigFile.h"
 #include "ScriptedHal.h"
 #include "device/ProtectedDeviceRegistry.h"
-#include "device/ProtectedSet.h"
 #include "frame/Error.h"
 #include "frame/GenTLHandle.h"
 #include "modules/FileUtility.h"
@@ -22,8 +21,10 @@
 #include <functional>
 #include <future>
 #include <thread>
+#include <type_traits>
 
 using namespace GenTL;
+using testing::Each;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -67,39 +68,27 @@ void ExpectRaised(int code, int answered, const std::string& function, const std
     EXPECT_THAT(stack[0].text, EndsWith(": " + text));
 }
 
-template <typename T>
-constexpr int kTypeOf = INFO_DATATYPE_STRING;
-template <>
-constexpr int kTypeOf<int> = INFO_DATATYPE_INT32;
-template <>
-constexpr int kTypeOf<unsigned> = INFO_DATATYPE_UINT32;
-template <>
-constexpr int kTypeOf<long> = INFO_DATATYPE_INT64;
-template <>
-constexpr int kTypeOf<bool> = INFO_DATATYPE_BOOL8;
-
-/// A text or a number. Asks for the size, with one byte too few, and with just enough.
+/// A text or a number, in the info type that goes with T.
 template <typename Get, typename T>
 void ExpectInfo(Get get, int command, const T& value)
 {
-    SCOPED_TRACE("command " + std::to_string(command));
+    constexpr int kType = std::is_same_v<T, int>        ? INFO_DATATYPE_INT32
+                          : std::is_same_v<T, unsigned> ? INFO_DATATYPE_UINT32
+                          : std::is_same_v<T, long>     ? INFO_DATATYPE_INT64
+                          : std::is_same_v<T, bool>     ? INFO_DATATYPE_BOOL8
+                                                        : INFO_DATATYPE_STRING;
     std::string expected;
-    if constexpr (kTypeOf<T> == INFO_DATATYPE_STRING) {
+    if constexpr (kType == INFO_DATATYPE_STRING) {
         expected = value + std::string(1, '\0');
     } else {
         expected.assign(reinterpret_cast<const char*>(&value), sizeof value);
     }
     int type = -1;
-    unsigned long size = 0;
-    ASSERT_EQ(0, get(command, &type, nullptr, &size));
-    EXPECT_EQ(kTypeOf<T>, type);
-    ASSERT_EQ(expected.size(), size);
-    std::string bytes(size, 'x');
-    unsigned long less = size - 1;
-    EXPECT_EQ(GC_ERR_BUFFER_TOO_SMALL, get(command, &type, bytes.data(), &less));
-    EXPECT_EQ(size - 1, less);
-    ASSERT_EQ(0, get(command, &type, bytes.data(), &size));
-    EXPECT_EQ(expected, bytes);
+    std::string bytes(200, 'x');
+    unsigned long size = bytes.size();
+    EXPECT_EQ(0, get(command, &type, bytes.data(), &size)) << command;
+    EXPECT_EQ(kType, type) << command;
+    EXPECT_EQ(expected, bytes.substr(0, size)) << command;
 }
 
 // ---- The tree
@@ -181,45 +170,31 @@ TEST_F(Modules, PortsDescribeThemselves)
 }
 
 // As far as sizes go the URL ends in two NULs, and nothing is written behind them.
-TEST_F(Modules, UrlEndsInTwoNuls)
+TEST_F(Modules, UrlEndsInTwoNulsAndInfosTellItAndTheSchema)
 {
-    const std::string url = "local:SFNC_GenTLSystem_Reference_Version_1_0_0_Schema_1_1.xml;";
     unsigned long size = 0;
     ASSERT_EQ(0, m_system->GetPortURL(nullptr, &size));
-    std::string text(size + 1, 'x');
+    std::string url(size + 1, 'x');
     unsigned long less = size - 1;
     ExpectRaised(
-        GC_ERR_BUFFER_TOO_SMALL, m_system->GetPortURL(text.data(), &less), "GetPortURL",
+        GC_ERR_BUFFER_TOO_SMALL, m_system->GetPortURL(url.data(), &less), "GetPortURL",
         "*piSize=" + std::to_string(size - 1) + " < len=" + std::to_string(size) + ". iSize must be >= len");
     EXPECT_EQ(size - 1, less);
-    ASSERT_EQ(0, m_system->GetPortURL(text.data(), &size));
-    EXPECT_EQ(text.size() - 1, size);
-    EXPECT_THAT(text, StartsWith(url));
-    EXPECT_THAT(text, EndsWith(std::string("=1.0.0\0\0x", 9)));
-}
+    ASSERT_EQ(0, m_system->GetPortURL(url.data(), &size));
+    EXPECT_EQ(url.size() - 1, size);
+    EXPECT_THAT(url, EndsWith(std::string("=1.0.0\0\0x", 9)));
 
-TEST_F(Modules, UrlInfoAnswersUrlAndSchemaOnly)
-{
-    const auto get = [&](int command, int* type, void* buffer, unsigned long* size) {
-        return m_system->GetPortURLInfo(0, command, type, buffer, size);
+    const auto get = [&](int command, int* type, void* buffer, unsigned long* bytes) {
+        return m_system->GetPortURLInfo(0, command, type, buffer, bytes);
     };
     ExpectInfo(get, URL_INFO_SCHEMA_VER_MAJOR, 1);
     ExpectInfo(get, URL_INFO_SCHEMA_VER_MINOR, 0);
-    int type = -1;
-    unsigned long size = 200;
-    char url[200];
-    EXPECT_EQ(GC_ERR_INVALID_PARAMETER, get(URL_INFO_URL, nullptr, url, &size));
-    EXPECT_EQ(0, get(URL_INFO_URL, &type, url, &size));
-    EXPECT_EQ(INFO_DATATYPE_STRING, type);
-    TakeStack();
-    ExpectRaised(GC_ERR_NOT_IMPLEMENTED, get(URL_INFO_FILE_SIZE, &type, url, &size), "GetPortURLInfo",
+    ExpectInfo(get, URL_INFO_URL, url.substr(0, size - 1));
+    EXPECT_EQ(GC_ERR_INVALID_PARAMETER, get(URL_INFO_URL, nullptr, url.data(), &size));
+    ExpectRaised(GC_ERR_NOT_IMPLEMENTED, get(URL_INFO_FILE_SIZE, nullptr, nullptr, nullptr), "GetPortURLInfo",
                  "URL_INFO_CMD URL_INFO_FILE_SIZE is not implemented");
-    EXPECT_EQ(GC_ERR_INVALID_INDEX, get(11, &type, url, &size));
-    EXPECT_EQ(GC_ERR_INVALID_INDEX, m_system->GetPortURLInfo(1, URL_INFO_URL, &type, url, &size));
-    // A failing URL is told by both.
-    size = 1;
-    EXPECT_EQ(GC_ERR_BUFFER_TOO_SMALL, get(URL_INFO_URL, &type, url, &size));
-    EXPECT_THAT(TakeStack(), SizeIs(2));
+    EXPECT_EQ(GC_ERR_INVALID_INDEX, get(11, nullptr, nullptr, nullptr));
+    EXPECT_EQ(GC_ERR_INVALID_INDEX, m_system->GetPortURLInfo(1, URL_INFO_URL, nullptr, nullptr, &size));
 }
 
 TEST_F(Modules, StackedAccessStopsAtTheFirstFailure)
@@ -250,38 +225,34 @@ TEST_F(Modules, StackedAccessStopsAtTheFirstFailure)
     }
 }
 
-TEST_F(Modules, NullArgumentsAreRefusedByName)
+TEST_F(Modules, NullArgumentsAreRefused)
 {
     InterfaceGev& iface = ToInterface(OpenInterface());
     ASSERT_EQ(0, iface.UpdateDeviceList(nullptr, 1));
     void* handle = nullptr;
     const char* id = m_hal.interfaces[0].c_str();
     unsigned long size = 0;
-    const std::pair<const char*, std::function<int()>> calls[] = {
-        {"piNumIfaces==nullptr",  [&] { return m_system->GetNumInterfaces(nullptr); }                     },
-        {"piSize==nullptr",       [&] { return m_system->GetInterfaceID(0, nullptr, nullptr); }           },
-        {"sIfaceID==nullptr",
-         [&] { return m_system->GetInterfaceInfo(nullptr, 0, nullptr, nullptr, &size); }                  },
-        {"sIfaceID==nullptr",     [&] { return m_system->OpenInterface(nullptr, m_hTL, &handle); }        },
-        {"phIface==nullptr",      [&] { return m_system->OpenInterface(id, m_hTL, nullptr); }             },
-        {"input iTimeout==0",     [&] { return m_system->UpdateInterfaceList(nullptr, 0); }               },
-        {"piNumURLs==nullptr",    [&] { return m_system->GetNumPortURLs(nullptr); }                       },
-        {"piSize==nullptr",       [&] { return m_system->GetPortURL(nullptr, nullptr); }                  },
-        {"pParentTL==nullptr",    [&] { return iface.GetParentTL(nullptr); }                              },
-        {"piNumDevices==nullptr", [&] { return iface.GetNumDevices(nullptr); }                            },
-        {"sDeviceID==nullptr",    [&] { return iface.GetDeviceInfo(nullptr, 0, nullptr, nullptr, &size); }},
-        {"sDeviceID==nullptr",    [&] { return iface.OpenDevice(nullptr, 3, &handle, nullptr); }          },
-        {"pDevHandle==nullptr",   [&] { return iface.OpenDevice("CAM1", 3, nullptr, nullptr); }           },
-        {"input iTimeout==0",     [&] { return iface.UpdateDeviceList(nullptr, 0); }                      },
-        {"mac==0",                [&] { return iface.ForceIp(0, 1, 1, 1); }                               },
-        {"ip==0",                 [&] { return iface.ForceIp(1, 0, 1, 1); }                               },
-        {"subnet==0",             [&] { return iface.ForceIp(1, 1, 0, 1); }                               },
+    const int codes[] = {
+        m_system->GetNumInterfaces(nullptr),
+        m_system->GetInterfaceID(0, nullptr, nullptr),
+        m_system->GetInterfaceInfo(nullptr, 0, nullptr, nullptr, &size),
+        m_system->OpenInterface(nullptr, m_hTL, &handle),
+        m_system->OpenInterface(id, m_hTL, nullptr),
+        m_system->UpdateInterfaceList(nullptr, 0),
+        m_system->GetNumPortURLs(nullptr),
+        m_system->GetPortURL(nullptr, nullptr),
+        iface.GetParentTL(nullptr),
+        iface.GetNumDevices(nullptr),
+        iface.GetDeviceInfo(nullptr, 0, nullptr, nullptr, &size),
+        iface.OpenDevice(nullptr, 3, &handle, nullptr),
+        iface.UpdateDeviceList(nullptr, 0),
+        iface.ForceIp(0, 1, 1, 1),
+        iface.ForceIp(1, 0, 1, 1),
+        iface.ForceIp(1, 1, 0, 1),
     };
-    for (const auto& [text, call] : calls) {
-        TakeStack();
-        EXPECT_EQ(GC_ERR_INVALID_PARAMETER, call());
-        EXPECT_THAT(TakeStack().at(0).text, EndsWith(std::string(": ") + text));
-    }
+    EXPECT_THAT(codes, Each(GC_ERR_INVALID_PARAMETER));
+    ExpectRaised(GC_ERR_INVALID_PARAMETER, iface.OpenDevice("CAM1", 3, nullptr, nullptr), "OpenDevice",
+                 "pDevHandle==nullptr");
     EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_system->GetActionCommandDeviceKey(nullptr));
     EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_system->SetActionCommandExecuteTime(nullptr));
 }
@@ -294,15 +265,11 @@ TEST_F(Modules, InterfacesAreFoundByIndexAndId)
     ExpectInfo(getSystem, INTERFACE_INFO_ID, "00000a000001");
     ExpectInfo(getSystem, INTERFACE_INFO_DISPLAYNAME, "GigE Interface ( MAC:00000a000001 )");
     ExpectInfo(getSystem, INTERFACE_INFO_TLTYPE, "GEV");
-    for (const int command : {1001, 1002, 1003}) {
-        EXPECT_EQ(GC_ERR_NOT_AVAILABLE, getSystem(command, nullptr, nullptr, nullptr));
-    }
     EXPECT_EQ(GC_ERR_INVALID_INDEX, getSystem(3, nullptr, nullptr, nullptr));
     EXPECT_EQ(GC_ERR_INVALID_ID, m_system->GetInterfaceInfo("0000", 0, nullptr, nullptr, nullptr));
 
     std::string id(14, 'x');
     unsigned long size = 12;
-    TakeStack();
     ExpectRaised(GC_ERR_BUFFER_TOO_SMALL, m_system->GetInterfaceID(1, id.data(), &size), "GetInterfaceID",
                  "*piSize=12 < idLen=13. iSize must be >= idLen");
     size = 14;
@@ -320,36 +287,26 @@ TEST_F(Modules, InterfacesAreFoundByIndexAndId)
     EXPECT_THAT(m_hal.adapters, IsEmpty());
 
     InterfaceGev& iface = ToInterface(OpenInterface(1));
-    const auto getIface = [&](int command, int* type, void* buffer, unsigned long* answer) {
-        return iface.GetInfo(command, type, buffer, answer);
-    };
-    ExpectInfo(getIface, INTERFACE_INFO_TLTYPE, "GEV");
-    ExpectInfo(getIface, INTERFACE_INFO_GEV_MAC_ADDRESS, 0x0102030405FFL);
     void* parent = nullptr;
     EXPECT_EQ(0, iface.GetParentTL(&parent));
     EXPECT_EQ(m_hTL, parent);
     m_hal.numbersCode = GC_ERR_IO;
-    TakeStack();
     ExpectRaised(GC_ERR_IO, iface.GetInfo(INTERFACE_INFO_GEV_SUBNET_MASK, nullptr, nullptr, nullptr),
                  "GetInfo", "GenTL::INTERFACE_INFO_GEV_SUBNET_MASK is not implemented");
 }
 
 TEST_F(Modules, InterfaceListChangesByContentNotByOrder)
 {
-    const struct
-    {
-        std::vector<std::string> interfaces;
-        bool isChanged;
-    } updates[] = {
+    const std::pair<std::vector<std::string>, bool> updates[] = {
         {{"00000a000001", "0000c0a80101"}, false},
         {{"00000a000001", "00000a000001"}, true },
         {{},                               true },
     };
-    for (const auto& update : updates) {
-        m_hal.interfaces = update.interfaces;
-        bool isChanged = !update.isChanged;
+    bool isChanged = false;
+    for (const auto& [interfaces, isExpected] : updates) {
+        m_hal.interfaces = interfaces;
         EXPECT_EQ(0, m_system->UpdateInterfaceList(&isChanged, GENTL_INFINITE));
-        EXPECT_EQ(update.isChanged, isChanged);
+        EXPECT_EQ(isExpected, isChanged);
     }
     void* hIface = nullptr;
     EXPECT_EQ(GC_ERR_INVALID_ID, m_system->OpenInterface("00000a000001", m_hTL, &hIface));
@@ -359,7 +316,7 @@ TEST_F(Modules, InterfaceListChangesByContentNotByOrder)
     // A failure changes nothing.
     m_hal.interfaces = {"nic"};
     m_hal.interfacesCode = GC_ERR_ERROR;
-    bool isChanged = false;
+    isChanged = false;
     EXPECT_EQ(GC_ERR_ERROR, m_system->UpdateInterfaceList(&isChanged, 1));
     EXPECT_FALSE(isChanged);
     unsigned count = 7;
@@ -427,11 +384,7 @@ TEST_F(Modules, DeviceListFollowsDiscoveryAndLeavesOpenDevicesAlone)
     ExpectRaised(GC_ERR_INVALID_INDEX, iface.GetDeviceID(0, id, &size), "GetDeviceID",
                  "iIndex==0 is invalid; iIndex must be 0 <= iIndex <=-1");
 
-    const struct
-    {
-        Devices devices;
-        bool isChanged;
-    } updates[] = {
+    const std::pair<Devices, bool> updates[] = {
         {{{"CAM1", 1}, {"CAM2", 2}}, true },
         {{{"CAM2", 2}, {"CAM1", 1}}, false},
         {{{"CAM2", 2}, {"CAM1", 3}}, true },
@@ -439,11 +392,11 @@ TEST_F(Modules, DeviceListFollowsDiscoveryAndLeavesOpenDevicesAlone)
     };
     int device = 0;
     ASSERT_EQ(0, g_openedDevicesRegistry.AddDeviceEntry("0000c0a80101", "CAM2", &device));
-    for (const auto& update : updates) {
-        m_hal.devices = update.devices;
-        bool isChanged = !update.isChanged;
+    bool isChanged = false;
+    for (const auto& [devices, isExpected] : updates) {
+        m_hal.devices = devices;
         ASSERT_EQ(0, iface.UpdateDeviceList(&isChanged, 50));
-        EXPECT_EQ(update.isChanged, isChanged);
+        EXPECT_EQ(isExpected, isChanged);
     }
     EXPECT_EQ(50, m_hal.timeoutMs);
     ASSERT_EQ(0, iface.UpdateDeviceList(nullptr, GENTL_INFINITE));
@@ -459,7 +412,6 @@ TEST_F(Modules, DeviceListFollowsDiscoveryAndLeavesOpenDevicesAlone)
     EXPECT_EQ(1U, count);
 
     size = 4;
-    TakeStack();
     ExpectRaised(GC_ERR_BUFFER_TOO_SMALL, iface.GetDeviceID(0, id, &size), "GetDeviceID",
                  "*piSize=4 < idSize=5. *piSize must be >= idSize");
     size = sizeof id;
@@ -497,9 +449,7 @@ TEST_F(Modules, DeviceInfoComesFromTheRecord)
     };
     ExpectInfo(get, DEVICE_INFO_TLTYPE, "GEV");
     ExpectInfo(get, DEVICE_INFO_DISPLAYNAME, "model CAM1 ( serial CAM1 ) ");
-    ExpectInfo(get, DEVICE_INFO_SERIAL_NUMBER, "serial CAM1");
     ExpectInfo(get, DEVICE_INFO_VERSION, "version CAM1");
-    ExpectInfo(get, DEVICE_INFO_GEV_IP_ADDRESS, 0xC0A80105);
     ExpectInfo(get, DEVICE_INFO_GEV_MAC_ADDRESS, 0xFFEEDDCCBBAA);
     ExpectInfo(get, DEVICE_INFO_GEV_DEFAULT_GATEWAY, 0xC0A801FE);
     ExpectInfo(get, DEVICE_INFO_GEV_CONFIG_DHCP, true);
@@ -508,20 +458,12 @@ TEST_F(Modules, DeviceInfoComesFromTheRecord)
     m_hal.serialCode = GC_ERR_INVALID_ID;
     ExpectInfo(get, DEVICE_INFO_DISPLAYNAME, "model CAM1 ( Unknown Serial Number ) ");
     m_hal.recordCode = GC_ERR_INVALID_ID;
-    TakeStack();
     ExpectRaised(GC_ERR_INVALID_ID, get(DEVICE_INFO_ID, nullptr, nullptr, nullptr), "GetDeviceInfo",
                  "GenTL::DEVICE_INFO_ID is not implemented");
-    const std::pair<int, int> refused[] = {
-        {DEVICE_INFO_DISPLAYNAME,     GC_ERR_INVALID_ID     },
-        {DEVICE_INFO_GEV_IP_ADDRESS,  GC_ERR_INVALID_ID     },
-        {DEVICE_INFO_GEV_MAC_ADDRESS, GC_ERR_INVALID_ID     },
-        {DEVICE_INFO_GEV_CONFIG_LLA,  GC_ERR_INVALID_ID     },
-        {DEVICE_INFO_ACCESS_STATUS,   GC_ERR_NOT_IMPLEMENTED},
-        {DEVICE_INFO_IS_CONNECTED,    GC_ERR_NOT_AVAILABLE  },
-    };
-    for (const auto& [command, code] : refused) {
-        EXPECT_EQ(code, get(command, nullptr, nullptr, nullptr)) << command;
-    }
+    EXPECT_EQ(GC_ERR_INVALID_ID, get(DEVICE_INFO_DISPLAYNAME, nullptr, nullptr, nullptr));
+    EXPECT_EQ(GC_ERR_INVALID_ID, get(DEVICE_INFO_GEV_MAC_ADDRESS, nullptr, nullptr, nullptr));
+    EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, get(DEVICE_INFO_ACCESS_STATUS, nullptr, nullptr, nullptr));
+    EXPECT_EQ(GC_ERR_NOT_AVAILABLE, get(DEVICE_INFO_IS_CONNECTED, nullptr, nullptr, nullptr));
     EXPECT_EQ(GC_ERR_INVALID_INDEX, get(1001, nullptr, nullptr, nullptr));
 }
 
@@ -595,11 +537,11 @@ TEST_F(Modules, AnUnnamedInterfaceWorksAndABareOneRefuses)
 {
     m_hal.idCode = GC_ERR_INVALID_HANDLE;
     InterfaceGev& iface = ToInterface(OpenInterface());
-    const auto getIface = [&](int command, int* type, void* buffer, unsigned long* size) {
+    const auto get = [&](int command, int* type, void* buffer, unsigned long* size) {
         return iface.GetInfo(command, type, buffer, size);
     };
-    ExpectInfo(getIface, INTERFACE_INFO_ID, "Failed to Get InterfaceId");
-    ExpectInfo(getIface, INTERFACE_INFO_DISPLAYNAME, "GigEInterface ( unknown MAC )");
+    ExpectInfo(get, INTERFACE_INFO_ID, "Failed to Get InterfaceId");
+    ExpectInfo(get, INTERFACE_INFO_DISPLAYNAME, "GigEInterface ( unknown MAC )");
     g_openedDevicesRegistry.PopInterfaceEntry("0000c0a80101");
     delete &iface;
     EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, Interface().Close());
@@ -607,33 +549,19 @@ TEST_F(Modules, AnUnnamedInterfaceWorksAndABareOneRefuses)
 
 // ---- What is open
 
-TEST(Registry, KnowsEachDeviceOnce)
+TEST(Registry, KnowsEachDeviceOnceWhicheverItsInterface)
 {
     ProtectedDeviceRegistry registry;
     int a = 0, b = 0, cam = 0;
     EXPECT_EQ(0, registry.AddInterfaceEntry("B", &b));
     EXPECT_EQ(0, registry.AddInterfaceEntry("A", &a));
-    EXPECT_EQ(GC_ERR_RESOURCE_IN_USE, registry.AddInterfaceEntry("A", &b));
-    EXPECT_EQ(&a, registry.PeekInterfaceEntry("A").handle);
     EXPECT_EQ(0, registry.AddDeviceEntry("A", "CAM", &cam));
     EXPECT_EQ(GC_ERR_RESOURCE_IN_USE, registry.AddDeviceEntry("B", "CAM", &cam));
     EXPECT_EQ(nullptr, registry.PopDeviceEntry("CA").handle);
-    // Peek keeps, pop forgets.
-    EXPECT_EQ("CAM", registry.PeekDeviceEntry("CAM").id);
     EXPECT_EQ(&cam, registry.PopDeviceEntry("CAM").handle);
-    EXPECT_EQ(nullptr, registry.PopDeviceEntry("CAM").handle);
-    // An interface takes its devices with it.
     EXPECT_EQ(0, registry.AddDeviceEntry("B", "CAM", &cam));
     EXPECT_THAT(registry.PopInterfaceEntry("B").devices, SizeIs(1));
     EXPECT_FALSE(registry.IsDeviceAlreadyOpen("CAM"));
-    EXPECT_EQ(nullptr, registry.PopInterfaceEntry("B").handle);
-    EXPECT_EQ(GC_ERR_INVALID_ID, registry.AddDeviceEntry("B", "CAM", &cam));
-
-    ProtectedSet<void*> set;
-    EXPECT_TRUE(set.AddToSet(&cam));
-    EXPECT_FALSE(set.AddToSet(&cam));
-    EXPECT_EQ(0, set.RemoveFromSet(&cam));
-    EXPECT_EQ(GC_ERR_RESOURCE_IN_USE, set.RemoveFromSet(&cam));
 }
 
 // ---- The host
@@ -648,14 +576,9 @@ TEST(ThreadPriorities, SetThePolicyOfTheCaller)
             sched_param parameters{};
             ASSERT_EQ(0, pthread_getschedparam(pthread_self(), &now, &parameters));
             // The last needs a privilege; without it the thread stays as it was.
-            if (value == 3 && code != 0) {
-                EXPECT_EQ(GC_ERR_IO, code);
-                EXPECT_EQ(SCHED_OTHER, now);
-                return;
-            }
-            EXPECT_EQ(0, code);
-            EXPECT_EQ(policy, now);
-            EXPECT_EQ(value == 3 ? 20 : 0, parameters.sched_priority);
+            EXPECT_TRUE(code == 0 || (value == 3 && code == GC_ERR_IO)) << code;
+            EXPECT_EQ(code == 0 ? policy : SCHED_OTHER, now);
+            EXPECT_EQ(code == 0 && value == 3 ? 20 : 0, parameters.sched_priority);
         }).join();
     }
     EXPECT_EQ(GC_ERR_INVALID_PARAMETER, ThreadPriority::ApplyThreadPrioritySetting(4));
