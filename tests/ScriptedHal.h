@@ -32,7 +32,6 @@ struct HalScript
     int devicesCode = 0;
     int recordCode = 0;
     int serialCode = 0;
-    int forceCode = 0;
     int registerCode = 0;
     std::function<void()> duringDiscovery = [] {};
     std::map<std::string, int> closeCodes;
@@ -43,7 +42,6 @@ struct HalScript
     std::deque<DeviceHandle> deviceHandles;
     int closedDevices = 0;
     long timeoutMs = 0;
-    std::vector<unsigned> forced;
     bool isDeleted = false;
 };
 
@@ -97,12 +95,6 @@ public:
     }
     int ReadReg(void*, unsigned, unsigned&) override { return m_script.registerCode; }
     int SetDeviceTimeout(void*, int) override { return 0; }
-    int ForceIP(
-        void*, unsigned short macHigh, unsigned macLow, unsigned ip, unsigned mask, unsigned gateway) override
-    {
-        m_script.forced = {macHigh, macLow, ip, mask, gateway};
-        return m_script.forceCode;
-    }
 
     int GetMACAddress(void*, long& mac) override { return Number(mac, 0x0102030405FF); }
     int GetIPAddress(void*, long& ip) override { return Number(ip, 0xC0A80101); }

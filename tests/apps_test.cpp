@@ -108,8 +108,9 @@ protected:
 };
 
 // Would catch bits counted from the wrong end, wrong byte order, lost signs, and addresses not summed up.
-TEST_F(DescriptionTest, ReadsValues)
+TEST_F(DescriptionTest, ReadsAndWritesValuesAndNothingBesideThem)
 {
+    using Bytes = std::vector<std::uint8_t>;
     const std::map<std::string, std::int64_t> values = {
         {"Field",       -2       },
         {"Low",         5        },
@@ -122,22 +123,19 @@ TEST_F(DescriptionTest, ReadsValues)
         EXPECT_EQ(m_description.GetInteger(name), value) << name;
     }
     EXPECT_EQ(m_description.GetEnumeration("PixelFormat"), "Mono8");
-}
 
-TEST_F(DescriptionTest, WritesValuesAndNothingBesideThem)
-{
     m_description.SetInteger("Width", 0x1234);
-    EXPECT_EQ(m_port.Read(0x100, 4), (std::vector<std::uint8_t>{0, 0, 0x12, 0x34}));
-    EXPECT_EQ(m_port.Read(0x120, 2), (std::vector<std::uint8_t>{0x34, 0x12}));
+    EXPECT_EQ(m_port.Read(0x100, 4), (Bytes{0, 0, 0x12, 0x34}));
+    EXPECT_EQ(m_port.Read(0x120, 2), (Bytes{0x34, 0x12}));
     m_description.SetInteger("Field", -128);
-    EXPECT_EQ(m_port.Read(0x104, 4), (std::vector<std::uint8_t>{0x12, 0x34, 0x80, 0x78}));
+    EXPECT_EQ(m_port.Read(0x104, 4), (Bytes{0x12, 0x34, 0x80, 0x78}));
     m_description.SetInteger("Flag", 0);
-    EXPECT_EQ(m_port.Read(0x108, 4), (std::vector<std::uint8_t>{0x85, 0, 0, 0}));
+    EXPECT_EQ(m_port.Read(0x108, 4), (Bytes{0x85, 0, 0, 0}));
     m_description.SetEnumeration("PixelFormat", "Mono16");
     EXPECT_EQ(m_description.GetInteger("PayloadSize"), 0x1234 * 480 * 2);
     m_description.SetInteger("Selector", 1);
     m_description.Execute("AcquisitionStart");
-    EXPECT_EQ(m_port.Read(0x114, 4), (std::vector<std::uint8_t>{0, 0, 0, 7}));
+    EXPECT_EQ(m_port.Read(0x114, 4), (Bytes{0, 0, 0, 7}));
     EXPECT_EQ(m_description.GetInteger("Selected"), 11);
     m_description.SetInteger("Selector", 2);
     m_description.SetInteger("Selected", 50);

@@ -15,10 +15,7 @@
 #include <pthread.h>
 #include <sched.h>
 
-#include <algorithm>
 #include <climits>
-#include <cstring>
-#include <functional>
 #include <future>
 #include <thread>
 #include <type_traits>
@@ -512,15 +509,6 @@ TEST_F(Modules, AnOpenDeviceOutlivesItsInterface)
     EXPECT_EQ(GC_ERR_INVALID_HANDLE, DevClose(hDevice));
     EXPECT_EQ(2, m_hal.closedDevices);
     EXPECT_EQ(0, IFClose(hIface));
-}
-
-TEST_F(Modules, ForceIpSplitsTheMac)
-{
-    InterfaceGev& iface = ToInterface(OpenInterface());
-    EXPECT_EQ(0, iface.ForceIp(0xA1B2C3D4E5F6, 0xC0A80105, 0xFFFFFF00, 0));
-    EXPECT_THAT(m_hal.forced, ElementsAre(0xA1B2, 0xC3D4E5F6, 0xC0A80105, 0xFFFFFF00, 0));
-    m_hal.forceCode = GC_ERR_TIMEOUT;
-    EXPECT_EQ(GC_ERR_TIMEOUT, iface.ForceIp(1, 1, 1, 0));
 }
 
 TEST_F(Modules, AnUnnamedInterfaceWorksAndABareOneRefuses)
