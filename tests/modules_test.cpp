@@ -99,13 +99,11 @@ protected:
         m_system = new System(new ScriptedHal(m_hal));
         AllocateHandle(&m_hTL, static_cast<ISystem*>(m_system));
         ASSERT_EQ(0, m_system->Open());
-        TakeStack();
     }
     void TearDown() override
     {
         CloseSystem();
         GCCloseLib();
-        TakeStack();
     }
     int CloseSystem()
     {
