@@ -58,15 +58,11 @@ public:
 
     int ReadReg(void*, unsigned address, unsigned& value) override
     {
-        const int code = Note("R " + Hex(address));
-        Locked([&] { value = code == 0 ? m_registers[address] : value; });
-        return code;
+        return Note("R " + Hex(address), "", [&] { value = m_registers[address]; });
     }
     int WriteReg(void*, unsigned address, unsigned value) override
     {
-        const int code = Note("W " + Hex(address), "=" + Hex(value));
-        Locked([&] { m_registers[address] = code == 0 ? value : m_registers[address]; });
-        return code;
+        return Note("W " + Hex(address), "=" + Hex(value), [&] { m_registers[address] = value; });
     }
     int ReadRegBlock(void*, unsigned address, unsigned* values, unsigned long count) override
     {
@@ -138,13 +134,21 @@ public:
     std::vector<std::string> m_beats;
 
 private:
-    int Note(const std::string& access, const std::string& value = "")
+    int Note(const std::string& access,
+             const std::string& value = "",
+             const std::function<void()>& perform = nullptr)
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         const bool isBeat = access == "R 0938" || access == "W 0938";
         (isBeat ? m_beats : m_accesses).push_back(access + value);
         m_beaten.notify_all();
-        return m_failing.count(access) != 0 ? Raise(m_failing[access], "transaction") : 0;
+        if (m_failing.count(access) != 0) {
+            return Raise(m_failing[access], "transaction");
+        }
+        if (perform) {
+            perform();
+        }
+        return 0;
     }
 
     std::mutex m_mutex;
