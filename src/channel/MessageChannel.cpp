@@ -63,18 +63,23 @@ const EventRefusal* FindRefusal(int type)
     return found != std::end(kEventRefusals) ? found : nullptr;
 }
 
-/// Raises in the name of the caller.
-int FindMCBuffer(void* hBuffer, MCBuffer*& pMCBuf, const char* function = __builtin_FUNCTION())
+/// Null, with the code and its error raised in the name of the caller, when hBuffer is none of a channel's.
+MCBuffer* FindMCBuffer(void* hBuffer, int& code, const char* function = __builtin_FUNCTION())
 {
-    if (const int code = CheckHandle(hBuffer); code != GC_ERR_SUCCESS) {
-        return AppendName(code, function);
+    code = CheckHandle(hBuffer);
+    if (code != GC_ERR_SUCCESS) {
+        AppendName(code, function);
+        return nullptr;
     }
     if (CastHandleToIBufferPtr(hBuffer) == nullptr) {
-        return Raise(GC_ERR_INVALID_HANDLE, "hBuffer is not a valid buffer type", function);
+        code = Raise(GC_ERR_INVALID_HANDLE, "hBuffer is not a valid buffer type", function);
+        return nullptr;
     }
-    pMCBuf = ToMCBuffer(hBuffer);
-    return pMCBuf != nullptr ? static_cast<int>(GC_ERR_SUCCESS)
-                             : Raise(GC_ERR_INVALID_HANDLE, "pMCBuf is not a valid buffer type", function);
+    MCBuffer* pMCBuf = ToMCBuffer(hBuffer);
+    if (pMCBuf == nullptr) {
+        code = Raise(GC_ERR_INVALID_HANDLE, "pMCBuf is not a valid buffer type", function);
+    }
+    return pMCBuf;
 }
 
 int Refuse(const char* function = __builtin_FUNCTION(), int line = __builtin_LINE())
@@ -236,8 +241,9 @@ int MessageChannel::AllocAndAnnounceBuffer(std::size_t iSize, void* pPrivate, vo
 
 int MessageChannel::QueueBuffer(void* hBuffer)
 {
-    MCBuffer* pMCBuf = nullptr;
-    if (const int code = FindMCBuffer(hBuffer, pMCBuf); code != GC_ERR_SUCCESS) {
+    int code = GC_ERR_SUCCESS;
+    MCBuffer* pMCBuf = FindMCBuffer(hBuffer, code);
+    if (pMCBuf == nullptr) {
         return code;
     }
     const QueueLock lock(m_inputMutex);
@@ -310,8 +316,9 @@ int MessageChannel::GetBufferID(unsigned iIndex, void** phBuffer) const
 int MessageChannel::GetBufferInfo(
     void* hBuffer, int iInfoCmd, int* piType, void* pBuffer, std::size_t* piSize)
 {
-    MCBuffer* pMCBuf = nullptr;
-    if (const int code = FindMCBuffer(hBuffer, pMCBuf); code != GC_ERR_SUCCESS) {
+    int code = GC_ERR_SUCCESS;
+    const MCBuffer* pMCBuf = FindMCBuffer(hBuffer, code);
+    if (pMCBuf == nullptr) {
         // Spelled so in the logs that users search.
         GLogger::Error("GenTL::MessageChannel::RevokeBuffer Buffer handle is of worng type");
         return code;
