@@ -1,9 +1,9 @@
 /// What a consumer learns of a buffer and of the new-buffer event, without a camera: the test plays the
 /// grab thread.
+#include "StreamTest.h"
 #include "buffers/Buffer.h"
 #include "buffers/BufferUtility.h"
 #include "buffers/NewBufferEvent.h"
-#include "frame/Error.h"
 #include "frame/GenTLHandle.h"
 #include "stream/DataStream.h"
 
@@ -14,12 +14,11 @@
 #include <atomic>
 #include <chrono>
 #include <cstring>
-#include <deque>
-#include <iterator>
 #include <memory>
 #include <set>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 using namespace GenTL;
@@ -75,13 +74,6 @@ protected:
         return hBuffer;
     }
 
-    static std::string LastMessage()
-    {
-        Error e;
-        ErrorCache::GetErrorCache()->Peak(e);
-        return e.Message();
-    }
-
     int GetData(S_EVENT_NEW_BUFFER& data, std::uint64_t timeout)
     {
         std::size_t size = sizeof data;
@@ -133,82 +125,70 @@ std::string Bytes(T value)
     return std::string(reinterpret_cast<const char*>(&value), sizeof value);
 }
 
-// Every field has a value of its own, so that no two commands can be mixed up.
+// Each number and each flag is told apart from all others.
 TEST_F(Buffers, AnswersEveryInfoCommand)
 {
     void* hBuffer = Announce(&m_handles);
     Buffer& b = *CastHandleToBufferPtr(hBuffer);
-    b.m_newData = true;
-    b.m_isQueued = true;
-    b.m_isAcquiring = false;
-    b.m_sizeFilled = 103;
-    b.m_width = 104;
-    b.m_height = 105;
-    b.m_xOffset = 106;
-    b.m_yOffset = 107;
-    b.m_xPadding = 108;
-    b.m_yPadding = 109;
-    b.m_frameId = 0x1000000000000001;
-    b.m_imagePresent = true;
-    b.m_imageOffset = 112;
     b.m_payloadType = 0x4001;
-    b.m_pixelFormat = 0x01080001;
-    b.m_deliveredImageHeight = 113;
-    b.m_deliveredChunkPayloadSize = 114;
-    b.m_chunkLayoutId = 115;
-    b.m_fileName = "picture";
-    b.m_dataSize = 116;
-    b.m_timestamp = 0xFFFFFFFFFFFFFFFF;
-    b.m_containsChunkData = true;
-
-    const auto u64 = [](std::uint64_t value) { return Answer{0, INFO_DATATYPE_UINT64, Bytes(value)}; };
-    const auto boolean = [](bool value) { return Answer{0, INFO_DATATYPE_BOOL8, Bytes(value)}; };
-    const auto pointer = [](const void* value) { return Answer{0, INFO_DATATYPE_PTR, Bytes(value)}; };
-    const Answer notAvailable{GC_ERR_NOT_AVAILABLE, 0, ""};
-    const Answer expected[] = {
-        pointer(b.m_pData),
-        u64(kSize),
-        pointer(&m_handles),
-        u64(0xFFFFFFFFFFFFFFFF),
-        boolean(true),
-        boolean(true),
-        boolean(false),
-        boolean(true),
-        {0, INFO_DATATYPE_STRING, std::string("GEV", 4)},
-        u64(103),
-        u64(104),
-        u64(105),
-        u64(106),
-        u64(107),
-        u64(108),
-        u64(109),
-        u64(0x1000000000000001),
-        boolean(true),
-        u64(112),
-        u64(0x4001),
-        u64(0x01080001),
-        u64(4),
-        u64(113),
-        u64(114),
-        u64(115),
-        notAvailable,
-        {0, INFO_DATATYPE_INT32,                     Bytes<std::int32_t>(1)                  },
-        u64(116),
-        u64(0xFFFFFFFFFFFFFFFF),
-        boolean(false),
-        boolean(true),
+    b.m_imageOffset = 19;
+    const std::pair<int, Relaxed<std::uint64_t> Buffer::*> numbers[] = {
+        {BUFFER_INFO_TIMESTAMP,                  &Buffer::m_timestamp                },
+        {BUFFER_INFO_SIZE_FILLED,                &Buffer::m_sizeFilled               },
+        {BUFFER_INFO_WIDTH,                      &Buffer::m_width                    },
+        {BUFFER_INFO_HEIGHT,                     &Buffer::m_height                   },
+        {BUFFER_INFO_XOFFSET,                    &Buffer::m_xOffset                  },
+        {BUFFER_INFO_YOFFSET,                    &Buffer::m_yOffset                  },
+        {BUFFER_INFO_XPADDING,                   &Buffer::m_xPadding                 },
+        {BUFFER_INFO_YPADDING,                   &Buffer::m_yPadding                 },
+        {BUFFER_INFO_FRAMEID,                    &Buffer::m_frameId                  },
+        {BUFFER_INFO_PIXELFORMAT,                &Buffer::m_pixelFormat              },
+        {BUFFER_INFO_DELIVERED_IMAGEHEIGHT,      &Buffer::m_deliveredImageHeight     },
+        {BUFFER_INFO_DELIVERED_CHUNKPAYLOADSIZE, &Buffer::m_deliveredChunkPayloadSize},
+        {BUFFER_INFO_CHUNKLAYOUTID,              &Buffer::m_chunkLayoutId            },
+        {BUFFER_INFO_DATA_SIZE,                  &Buffer::m_dataSize                 },
     };
-    for (int command = 0; command <= BUFFER_INFO_CONTAINS_CHUNKDATA; ++command) {
+    const std::pair<int, Relaxed<bool> Buffer::*> flags[] = {
+        {BUFFER_INFO_NEW_DATA,                &Buffer::m_newData             },
+        {BUFFER_INFO_IS_QUEUED,               &Buffer::m_isQueued            },
+        {BUFFER_INFO_IS_ACQUIRING,            &Buffer::m_isAcquiring         },
+        {BUFFER_INFO_IS_INCOMPLETE,           &Buffer::m_isIncomplete        },
+        {BUFFER_INFO_IMAGEPRESENT,            &Buffer::m_imagePresent        },
+        {BUFFER_INFO_DATA_LARGER_THAN_BUFFER, &Buffer::m_dataLargerThanBuffer},
+        {BUFFER_INFO_CONTAINS_CHUNKDATA,      &Buffer::m_containsChunkData   },
+    };
+    const auto expect = [&](int command, int type, const std::string& bytes) {
         const Answer answer = Ask(m_stream, hBuffer, command);
-        EXPECT_EQ(expected[command].code, answer.code) << command;
-        if (answer.code == 0) {
-            EXPECT_EQ(expected[command].type, answer.type) << command;
+        EXPECT_EQ(0, answer.code) << command;
+        EXPECT_EQ(type, answer.type) << command;
+        EXPECT_EQ(bytes, answer.bytes) << command;
+    };
+    const auto valueFor = [](int command) { return 0x8000000000000000 + static_cast<unsigned>(command); };
+    for (const auto& [command, field] : numbers) {
+        b.*field = valueFor(command);
+    }
+    for (const auto& [command, field] : numbers) {
+        expect(command, INFO_DATATYPE_UINT64, Bytes(valueFor(command)));
+    }
+    for (const auto& set : flags) {
+        for (const auto& [command, field] : flags) {
+            b.*field = command == set.first;
         }
-        EXPECT_EQ(expected[command].bytes, answer.bytes) << command;
+        for (const auto& [command, field] : flags) {
+            expect(command, INFO_DATATYPE_BOOL8, Bytes(command == set.first));
+        }
     }
-    for (const int command : {-1, 31, 1000}) {
-        EXPECT_EQ(GC_ERR_INVALID_INDEX, Ask(m_stream, hBuffer, command).code) << command;
-    }
+    expect(BUFFER_INFO_TIMESTAMP_NS, INFO_DATATYPE_UINT64, Bytes(valueFor(BUFFER_INFO_TIMESTAMP)));
+    expect(BUFFER_INFO_IMAGEOFFSET, INFO_DATATYPE_UINT64, Bytes<std::uint64_t>(19));
+    expect(BUFFER_INFO_SIZE, INFO_DATATYPE_UINT64, Bytes<std::uint64_t>(kSize));
+    expect(BUFFER_INFO_PAYLOADTYPE, INFO_DATATYPE_UINT64, Bytes<std::uint64_t>(0x4001));
+    expect(BUFFER_INFO_PIXELFORMAT_NAMESPACE, INFO_DATATYPE_UINT64, Bytes<std::uint64_t>(4));
+    expect(BUFFER_INFO_BASE, INFO_DATATYPE_PTR, Bytes(b.m_pData));
+    expect(BUFFER_INFO_USER_PTR, INFO_DATATYPE_PTR, Bytes(&m_handles));
+    expect(BUFFER_INFO_TLTYPE, INFO_DATATYPE_STRING, std::string("GEV", 4));
+    expect(BUFFER_INFO_PIXEL_ENDIANNESS, INFO_DATATYPE_INT32, Bytes<std::int32_t>(1));
+    EXPECT_EQ(GC_ERR_INVALID_INDEX, Ask(m_stream, hBuffer, -1).code);
+    EXPECT_EQ(GC_ERR_INVALID_INDEX, Ask(m_stream, hBuffer, 31).code);
 }
 
 TEST_F(Buffers, AnswersByPayloadType)
@@ -273,79 +253,42 @@ TEST_F(Buffers, BufferAndEventHaveNoPort)
         IBaseModule& module = *CastHandle(handle);
         unsigned long size = 4;
         int type = 0;
-        void* hEvent = nullptr;
         char bytes[4] = {};
-        const int answers[] = {
-            module.ReadPort(0, bytes, &size),
-            module.WritePort(0, bytes, &size),
-            module.GetPortURL(bytes, &size),
-            module.GetPortInfo(PORT_INFO_ID, &type, bytes, &size),
-            module.RegisterEvent(EVENT_NEW_BUFFER, &hEvent),
-            module.UnregisterEvent(EVENT_NEW_BUFFER),
-            module.GetPortURLInfo(0, URL_INFO_URL, &type, bytes, &size),
-            module.ReadPortStacked(nullptr, &size),
-            module.WritePortStacked(nullptr, &size),
-        };
-        EXPECT_THAT(answers, testing::Each(static_cast<int>(GC_ERR_NOT_IMPLEMENTED)));
+        EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, module.ReadPort(0, bytes, &size));
+        EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, module.GetPortInfo(PORT_INFO_ID, &type, bytes, &size));
+        EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, module.WritePortStacked(nullptr, &size));
     }
     unsigned count = 7;
     IBaseModule& buffer = *CastHandle(m_handles.front());
     EXPECT_EQ(0, buffer.GetNumPortURLs(&count));
     EXPECT_EQ(0U, count);
     EXPECT_EQ(GC_ERR_INVALID_PARAMETER, buffer.GetNumPortURLs(nullptr));
-    EXPECT_THAT(LastMessage(), EndsWith("piNumURLs==nullptr"));
-    EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, CastHandle(m_hEvent)->GetNumPortURLs(&count));
 }
 
 TEST(BufferCompare, NamesTheStates)
 {
-    EXPECT_EQ("IN_DISCARDED", BufferUtility::getStateAsStr(IN_DISCARDED));
     EXPECT_EQ("IN_USER", BufferUtility::getStateAsStr(IN_USER));
-    EXPECT_EQ("UNKNOWN", BufferUtility::getStateAsStr(UNKNOWN));
-    for (const int state : {-1, 7}) {
-        EXPECT_EQ("STATUS IS IN ENUM", BufferUtility::getStateAsStr(state));
-    }
+    EXPECT_EQ("STATUS IS IN ENUM", BufferUtility::getStateAsStr(-1));
+    EXPECT_EQ("STATUS IS IN ENUM", BufferUtility::getStateAsStr(UNKNOWN + 1));
 }
 
-TEST(BufferCompare, SeesEachComparedFieldAndNoOther)
+TEST(BufferCompare, SeesTheContentsAndNotWhereTheyLie)
 {
     using Change = void (*)(Buffer&);
     const Change seen[] = {
-        [](Buffer& b) { b.m_size = 1; },
-        [](Buffer& b) { b.m_pUserPointer = &b; },
-        [](Buffer& b) { b.m_isAcquiring = true; },
-        [](Buffer& b) { b.m_tlType = "GEV"; },
-        [](Buffer& b) { b.m_sizeFilled = 1; },
-        [](Buffer& b) { b.m_yPadding = 1; },
-        [](Buffer& b) { b.m_frameId = 1; },
-        [](Buffer& b) { b.m_imagePresent = true; },
-        [](Buffer& b) { b.m_imageOffset = 1; },
-        [](Buffer& b) { b.m_chunkLayoutId = 1; },
-        [](Buffer& b) { b.m_fileName = "x"; },
-        [](Buffer& b) { b.m_pixelEndianness = 1; },
-        [](Buffer& b) { b.m_timestamp = 1; },
-        [](Buffer& b) { b.m_dataLargerThanBuffer = true; },
-        [](Buffer& b) { b.m_userAllocated = true; },
-        [](Buffer& b) { b.m_driverIndex = 1; },
-        [](Buffer& b) { b.m_state = IN_USER; },
-        [](Buffer& b) { b.m_imageExpired = false; },
-        [](Buffer& b) { b.m_nextExpectedPacketId = 1; },
-        [](Buffer& b) { b.m_leaderReceived = true; },
-        [](Buffer& b) { b.m_packetsRemaining = -1; },
+        [](Buffer& b) { b.m_size = 1; },          [](Buffer& b) { b.m_yPadding = 1; },
+        [](Buffer& b) { b.m_chunkLayoutId = 1; }, [](Buffer& b) { b.m_fileName = "x"; },
+        [](Buffer& b) { b.m_state = IN_USER; },   [](Buffer& b) { b.m_packetsRemaining = -1; },
     };
-    for (std::size_t i = 0; i < std::size(seen); ++i) {
-        const Buffer a;
+    for (const Change& change : seen) {
         Buffer b;
-        seen[i](b);
-        EXPECT_FALSE(BufferUtility::areEqual(a, b)) << i;
+        change(b);
+        EXPECT_FALSE(BufferUtility::areEqual(Buffer(), b)) << &change - seen;
     }
-    const Buffer a;
     Buffer b;
     b.m_pData = &b;
-    b.m_packetSeen = true;
     b.m_packetsReceived = 1;
-    b.m_bufferExpiryDone = true;
-    EXPECT_TRUE(BufferUtility::areEqual(a, b));
+    EXPECT_TRUE(BufferUtility::areEqual(Buffer(), b));
 }
 
 TEST(BufferCompare, DataAreHeldAgainstTheFilledSize)
@@ -366,28 +309,16 @@ TEST(BufferCompare, DataAreHeldAgainstTheFilledSize)
     EXPECT_FALSE(BufferUtility::areEqualDataArray(a, b));
 }
 
-TEST(BufferCompare, ResolvesPointersAndHandles)
+TEST_F(Buffers, AreComparedByTheirHandles)
 {
-    Buffer a;
-    Buffer b;
-    void* hA = nullptr;
-    void* hB = nullptr;
-    ASSERT_EQ(0, AllocateHandle(&hA, static_cast<IBuffer*>(&a)));
-    ASSERT_EQ(0, AllocateHandle(&hB, static_cast<IBuffer*>(&b)));
-    const auto* handleA = static_cast<const GenTLHandle*>(hA);
-    const auto* handleB = static_cast<const GenTLHandle*>(hB);
-    const GenTLHandle* noHandle = nullptr;
-    const Buffer* noBuffer = nullptr;
-    EXPECT_TRUE(BufferUtility::areEqual(static_cast<const IBuffer*>(&a), static_cast<const IBuffer*>(&b)));
-    EXPECT_TRUE(BufferUtility::areEqual(handleA, handleB));
-    EXPECT_TRUE(BufferUtility::areEqual(noBuffer, noBuffer));
-    EXPECT_TRUE(BufferUtility::areEqual(noHandle, noHandle));
-    EXPECT_FALSE(BufferUtility::areEqual(&a, noBuffer));
-    EXPECT_FALSE(BufferUtility::areEqual(noHandle, handleB));
-    b.m_width = 1;
-    EXPECT_FALSE(BufferUtility::areEqual(handleA, handleB));
-    EXPECT_EQ(0, DeleteHandle(hA));
-    EXPECT_EQ(0, DeleteHandle(hB));
+    const auto* a = static_cast<const GenTLHandle*>(Announce());
+    const auto* b = static_cast<const GenTLHandle*>(Announce());
+    const auto* event = static_cast<const GenTLHandle*>(m_hEvent);
+    const GenTLHandle* none = nullptr;
+    EXPECT_TRUE(BufferUtility::areEqualDataArray(a, b));
+    EXPECT_FALSE(BufferUtility::areEqual(a, b)) << "each has a timer of its own";
+    EXPECT_TRUE(BufferUtility::areEqual(none, event)) << "what is no buffer counts as none";
+    EXPECT_FALSE(BufferUtility::areEqual(none, b));
 }
 
 // The buffers are revoked afterwards: a shared timer would be freed twice.
@@ -414,27 +345,28 @@ TEST_F(Buffers, AssignmentCopiesTheLibrarysMemoryAndKeepsTheTimers)
     EXPECT_EQ(source.m_pData, sharing.m_pData);
 }
 
-TEST_F(Buffers, EventAnswersItsInfo)
+TEST_F(Buffers, EventAnswersItsInfoAndIsFlushed)
 {
-    m_stream.Deliver(Announce());
-    m_stream.Deliver(Announce());
+    for (int i = 0; i < 3; ++i) {
+        m_stream.Deliver(Announce());
+    }
     S_EVENT_NEW_BUFFER data{};
     ASSERT_EQ(0, GetData(data, 0));
-
-    std::int32_t event = 0;
-    int kind = 0;
-    std::size_t bytes = sizeof event;
-    EXPECT_EQ(0, m_pEvent->GetInfo(EVENT_EVENT_TYPE, &kind, &event, &bytes));
-    EXPECT_EQ(INFO_DATATYPE_INT32, kind);
-    EXPECT_EQ(EVENT_NEW_BUFFER, event);
-    EXPECT_EQ(1U, EventNumber(EVENT_NUM_IN_QUEUE));
+    EXPECT_EQ(2U, EventNumber(EVENT_NUM_IN_QUEUE));
     EXPECT_EQ(1U, EventNumber(EVENT_NUM_FIRED));
     EXPECT_EQ(16U, EventNumber(EVENT_SIZE_MAX));
     EXPECT_EQ(256U, EventNumber(EVENT_INFO_DATA_SIZE_MAX));
     int type = 0;
-    std::size_t size = 0;
+    std::int32_t event = 0;
+    std::size_t size = sizeof event;
+    EXPECT_EQ(0, m_pEvent->GetInfo(EVENT_EVENT_TYPE, &type, &event, &size));
+    EXPECT_EQ(INFO_DATATYPE_INT32, type);
+    EXPECT_EQ(EVENT_NEW_BUFFER, event);
     EXPECT_EQ(GC_ERR_INVALID_INDEX, m_pEvent->GetInfo(5, &type, nullptr, &size));
-    EXPECT_THAT(LastMessage(), EndsWith("GenTL::EVENT_SIZE_MAX, GenTL::EVENT_INFO_DATA_SIZE_MAX"));
+
+    EXPECT_EQ(0, m_pEvent->Flush());
+    EXPECT_EQ(0U, EventNumber(EVENT_NUM_IN_QUEUE));
+    EXPECT_EQ(GC_ERR_TIMEOUT, GetData(data, 0));
 }
 
 // A wrong call must not cost an image, nor eat the kill.
@@ -489,14 +421,10 @@ TEST_F(Buffers, TimeoutsDontPileUpErrors)
     EXPECT_EQ(first, poll());
 }
 
-class KilledWait : public Buffers
+TEST_F(Buffers, AKillEndsNoWaitThatRuns)
 {
-protected:
-    /// Waits in a thread of its own, and kills once the wait is known to run.
-    template <typename WhileWaiting>
-    int WaitAndKill(std::uint64_t timeout, WhileWaiting whileWaiting)
-    {
-        constexpr std::uint64_t kWaitHasNotBegun = 9;
+    constexpr std::uint64_t kWaitHasNotBegun = 9;
+    const auto waitAndKill = [&](std::uint64_t timeout, void* hDelivered) {
         m_stream.m_killCount = kWaitHasNotBegun;
         int code = 1;
         std::thread waiter([&] {
@@ -507,25 +435,18 @@ protected:
             std::this_thread::yield();
         }
         EXPECT_EQ(0, m_pEvent->Kill());
-        whileWaiting();
+        if (hDelivered != nullptr) {
+            m_stream.Deliver(hDelivered);
+        }
         waiter.join();
         return code;
-    }
-};
-
-TEST_F(KilledWait, GoesOnToItsDeadline)
-{
+    };
     const auto start = Clock::now();
-    EXPECT_EQ(GC_ERR_TIMEOUT, WaitAndKill(100, [] {}));
+    EXPECT_EQ(GC_ERR_TIMEOUT, waitAndKill(100, nullptr));
     EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(99));
     S_EVENT_NEW_BUFFER data{};
     EXPECT_EQ(GC_ERR_ABORT, GetData(data, 0));
-}
-
-TEST_F(KilledWait, GoesOnUntilABufferComes)
-{
-    void* hBuffer = Announce();
-    EXPECT_EQ(0, WaitAndKill(GENTL_INFINITE, [&] { m_stream.Deliver(hBuffer); }));
+    EXPECT_EQ(0, waitAndKill(GENTL_INFINITE, Announce()));
     EXPECT_EQ(1U, EventNumber(EVENT_NUM_FIRED));
 }
 
@@ -564,40 +485,20 @@ TEST_F(Buffers, SeveralWaitersShareTheImages)
 
 TEST_F(Buffers, EventDataInfoIsFixed)
 {
-    const char noData[] = "x";
     int type = 0;
     char text[32] = {};
     std::size_t size = sizeof text;
-    const auto ask = [&](int command) {
+    const auto ask = [&](std::size_t inSize, int command) {
         size = sizeof text;
-        return m_pEvent->GetDataInfo(noData, 1, command, &type, text, &size);
+        return m_pEvent->GetDataInfo("x", inSize, command, &type, text, &size);
     };
-    EXPECT_EQ(0, ask(EVENT_DATA_ID));
-    EXPECT_STREQ("New Buffer Event", text);
-    EXPECT_EQ(0, ask(EVENT_DATA_VALUE));
+    EXPECT_EQ(0, ask(1, EVENT_DATA_VALUE));
     EXPECT_STREQ("No buffer data value", text);
-    EXPECT_EQ(GC_ERR_NOT_AVAILABLE, ask(EVENT_DATA_NUMID));
-    EXPECT_EQ(GC_ERR_INVALID_INDEX, ask(3));
+    EXPECT_EQ(GC_ERR_NOT_AVAILABLE, ask(1, EVENT_DATA_NUMID));
+    EXPECT_EQ(GC_ERR_INVALID_INDEX, ask(1, 3));
+    EXPECT_EQ(GC_ERR_INVALID_PARAMETER, ask(0, EVENT_DATA_ID));
     EXPECT_EQ(GC_ERR_INVALID_HANDLE, m_pEvent->GetDataInfo(nullptr, 0, 0, nullptr, text, nullptr));
-    EXPECT_EQ(GC_ERR_INVALID_PARAMETER, m_pEvent->GetDataInfo(noData, 0, 0, &type, text, &size));
-    EXPECT_EQ(GC_ERR_INVALID_PARAMETER, m_pEvent->GetDataInfo(noData, 1, 0, nullptr, text, &size));
-    EXPECT_EQ(GC_ERR_INVALID_PARAMETER, m_pEvent->GetDataInfo(noData, 1, 0, &type, text, nullptr));
-}
-
-TEST_F(Buffers, EventFlushDiscardsWhatWaits)
-{
-    S_EVENT_NEW_BUFFER data{};
-    for (int i = 0; i < 4; ++i) {
-        m_stream.Deliver(Announce());
-    }
-    ASSERT_EQ(0, GetData(data, 0));
-    EXPECT_EQ(0, m_pEvent->Flush());
-    EXPECT_EQ(0U, EventNumber(EVENT_NUM_IN_QUEUE));
-    EXPECT_EQ(1U, EventNumber(EVENT_NUM_FIRED));
-    EXPECT_EQ(GC_ERR_TIMEOUT, GetData(data, 0));
-    for (void* hBuffer : m_handles) {
-        EXPECT_EQ(0, m_stream.QueueBuffer(hBuffer));
-    }
+    EXPECT_EQ(GC_ERR_INVALID_PARAMETER, m_pEvent->GetDataInfo("x", 1, 0, nullptr, text, nullptr));
 }
 
 }  // namespace
