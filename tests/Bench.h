@@ -3,7 +3,10 @@
 
 #include "Consumer.h"
 #include "sim/Camera.h"
+#include "sim/Picture.h"
 #include "sim/TestNet.h"
+
+#include <gtest/gtest.h>
 
 #include <cstddef>
 #include <filesystem>
@@ -83,4 +86,22 @@ inline void StartCameraAcquisition(Consumer& consumer)
 inline void StopCameraAcquisition(Consumer& consumer)
 {
     consumer.WriteRegister(sim::Feature::kAcquisitionStop, 1);
+}
+
+/// The next image, which is to be this block, whole, with every byte as the camera sends it.
+inline void* NextWholeImage(Consumer& consumer, const sim::Camera& camera, std::uint64_t block)
+{
+    void* hBuffer = consumer.NextImage(10000);
+    EXPECT_NE(nullptr, hBuffer) << "image " << block;
+    if (hBuffer != nullptr) {
+        EXPECT_EQ(block, consumer.BufferInfo<std::uint64_t>(hBuffer, GenTL::BUFFER_INFO_FRAMEID));
+        EXPECT_FALSE(consumer.BufferInfo<bool>(hBuffer, GenTL::BUFFER_INFO_IS_INCOMPLETE))
+            << "image " << block;
+        const auto picture = camera.CurrentPicture();
+        const auto filled = consumer.BufferInfo<std::uint64_t>(hBuffer, GenTL::BUFFER_INFO_SIZE_FILLED);
+        EXPECT_EQ(picture->PayloadBytes(), filled);
+        const void* data = consumer.BufferInfo<void*>(hBuffer, GenTL::BUFFER_INFO_BASE);
+        EXPECT_EQ(sim::Picture::kNoMismatch, picture->FindMismatch(block, data, filled)) << "image " << block;
+    }
+    return hBuffer;
 }

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,19 @@ inline std::string LastMessage()
     Error e;
     ErrorCache::GetErrorCache()->Peak(e);
     return e.Message();
+}
+
+/// All messages of the thread, oldest first and without line numbers; takes them off.
+inline std::string TakeMessages()
+{
+    Error e;
+    std::string messages, name, text;
+    ErrorCache::GetErrorCache()->Pop(e);
+    for (int code = 0; e.PopError(code, name, text) == 0;) {
+        text = std::regex_replace(text, std::regex(R"(\(\):\d+)"), "");
+        messages = text + (messages.empty() ? "" : "; ") + messages;
+    }
+    return messages;
 }
 
 template <typename T = std::uint64_t>

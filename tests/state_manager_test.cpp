@@ -1,7 +1,7 @@
 /// The moves of buffers between a stream's collections: what each refuses, writes, moves and wakes.
+#include "StreamTest.h"
 #include "buffers/Buffer.h"
 #include "buffers/OpenedDataStreamGevStateManager.h"
-#include "frame/Error.h"
 #include "frame/GenTLHandle.h"
 #include "stream/DataStream.h"
 #include "stream/HALGvsp.h"
@@ -70,7 +70,7 @@ public:
     int SetupLwfDriverBuffers(unsigned count) override
     {
         announced = count;
-        return GC_ERR_SUCCESS;
+        return setupCode;
     }
     int QueueImageBufferInLwfDriver(GenTLHandle* hBuffer) override
     {
@@ -82,6 +82,7 @@ public:
     }
 
     unsigned announced = 0;
+    int setupCode = GC_ERR_NOT_IMPLEMENTED;
     std::size_t room = 100;
     std::vector<GenTLHandle*> taken;
 };
@@ -160,19 +161,6 @@ public:
         mover.join();
     }
 
-    /// The thread's errors, oldest first, without line numbers; takes them off.
-    static std::string Errors()
-    {
-        Error e;
-        std::string errors, name, text;
-        ErrorCache::GetErrorCache()->Pop(e);
-        for (int code = 0; e.PopError(code, name, text) == 0;) {
-            text = std::regex_replace(text, std::regex(R"(\(\):\d+)"), "");
-            errors = text + (errors.empty() ? "" : "; ") + errors;
-        }
-        return errors;
-    }
-
     std::vector<Buffer*> buffers;
     std::vector<GenTLHandle*> handles;
     GenTLHandle* a = nullptr;
@@ -221,7 +209,7 @@ TEST_F(Moves, RefuseOneByOneAndChangeNothing)
         SetFields(*buffers[0], true);
         const std::string places = Places();
         EXPECT_EQ(GC_ERR_INVALID_BUFFER, (base.*c.move)(a, checkState));
-        EXPECT_EQ(c.name + (": " + words), Errors());
+        EXPECT_EQ(c.name + (": " + words), TakeMessages());
         EXPECT_EQ(places, Places());
         EXPECT_EQ(std::string(19, '1'), Fields(*buffers[0]));
     };
@@ -246,10 +234,12 @@ TEST_F(Moves, RefuseOneByOneAndChangeNothing)
 TEST_F(Moves, WriteAndMoveOneByOne)
 {
     // The manager of a GigE Vision stream does the same while no driver fills the buffers.
-    gev.SetDriverType(kDriverLwf);
-    for (const bool before : {false, true}) {
-        Base& manager = before ? gev : base;
-        const bool checkState = !before;
+    for (int setting = 0; setting < 3; ++setting) {
+        Base& manager = setting == 0 ? base : gev;
+        gev.SetDriverType(setting == 1 ? kDriverLwf : kDriverUdpSocket);
+        m_isGrabbing = setting == 2;
+        const bool before = setting == 1;
+        const bool checkState = setting == 0;
         for (const Single& c : kSingles) {
             SCOPED_TRACE(c.name);
             Arrange({checkState ? c.from : 'N', 'N'}, c.source == 'i' ? "ab" : "b",
@@ -323,6 +313,7 @@ const Scene kScenes[] = {
     {GEV(MoveAllUnqueuedBuffers_to_INPUT), "DDD", "", "", "VVD in: out: drv:1", kIo, kIoError},
 
     {BASE(MoveAllBuffers_to_DISCARD), "IOA", "a", "b", "DDD in: out: drv:0", 0, ""},
+    {BASE(MoveAllBuffers_to_DISCARD), "UND", "a", "b", "DDD in: out: drv:0", 0, ""},
     {BASE(MoveAllBuffers_to_DISCARD), "IVO", "a", "c", "DVO in:a out:c drv:1", kInvalid,
      "@: cannot move buffer in the driver to discard state"},
 
@@ -341,6 +332,7 @@ TEST_F(Moves, ByDriversAndOfManyBuffers)
     gev.SetDriverType(kDriverLwf);
     m_isGrabbing = true;
     driver.room = 1;
+    driver.setupCode = GC_ERR_SUCCESS;
     for (const Scene& c : kScenes) {
         for (const bool before : {false, true}) {
             SCOPED_TRACE(std::string(c.name) + " " + c.states + " in:" + c.in + " out:" + c.out);
@@ -349,7 +341,7 @@ TEST_F(Moves, ByDriversAndOfManyBuffers)
                 SetFields(*buffer, before);
             }
             EXPECT_EQ(c.code, c.move(*this));
-            EXPECT_EQ(std::regex_replace(c.errors, std::regex("@"), c.name), Errors());
+            EXPECT_EQ(std::regex_replace(c.errors, std::regex("@"), c.name), TakeMessages());
             EXPECT_EQ(c.after, Places());
             for (std::size_t i = 0; i < m_announcedBuffers.size(); ++i) {
                 const bool moved = c.states[i] != c.after[i];
@@ -364,6 +356,9 @@ TEST_F(Moves, IntoTheDriverAtTheStartOfAcquisition)
 {
     EXPECT_EQ(GC_ERR_INVALID_PARAMETER, gev.SetDriverType(static_cast<DriverType>(kDriverTcp + 1)));
     Arrange("UUU", "cab", "");
+    EXPECT_EQ(GC_ERR_NOT_IMPLEMENTED, gev.MoveAllBuffersFrom_INPUT_to_DRIVER_toStartAcquisition());
+    EXPECT_EQ("UUU in:cab out: drv:0", Places());
+    driver.setupCode = GC_ERR_SUCCESS;
     EXPECT_EQ(0, gev.MoveAllBuffersFrom_INPUT_to_DRIVER_toStartAcquisition());
     EXPECT_EQ(3U, driver.announced);
     EXPECT_EQ("cab", Names(driver.taken));
