@@ -19,7 +19,6 @@
 #include <algorithm>
 #include <chrono>
 #include <deque>
-#include <functional>
 #include <limits>
 #include <memory>
 #include <string>
@@ -29,7 +28,6 @@
 
 using namespace GenTL;
 using testing::_;
-using testing::AnyNumber;
 using testing::DoAll;
 using testing::ElementsAre;
 using testing::EndsWith;
@@ -512,6 +510,8 @@ TEST(ClosedStreams, RefuseAllButTheSettingsOverUdp)
             stream->GetBufferInfo(nullptr, 0, &type, nullptr, &size),
             stream->StartAcquisition(0, 0),
             stream->StopAcquisition(0),
+            stream->GetParentDev(&handle),
+            stream->GetPortInfo(PORT_INFO_ID, &type, nullptr, &size),
             stream->RegisterEvent(EVENT_NEW_BUFFER, &handle),
             stream->WaitForNextLeader(0),
             stream->ResetWaitForNextLeader(),
@@ -648,6 +648,7 @@ const SizeCase kSizeCases[] = {
     {"none fits",                    true,  false, 1500, 500,  GC_ERR_ERROR, 0,
      "failed to find a working packet size",
      {0xC0002328, 0xC0001D4C, 0xC0001770, 0xC0001194, 0xC0000BB8, 0xC00005DC, 0xC0000240}},
+    {"given and fits",               false, false, 0x40002328, 9000, 0, 9000, "", {0xC0002328}},
     {"least of the standard form",   false, false, 37,   1500, 0, 37, "", {0xC0000025}},
     {"below the standard form",      false, false, 36,   1500, GC_ERR_INVALID_VALUE, 0, "packet size 36", {0xC0000024}},
     {"below the extended form",      false, true,  48,   1500, GC_ERR_INVALID_VALUE, 0, "packet size 48", {0xC0000030}},
@@ -696,7 +697,8 @@ TEST_F(Channel, TellsTheCameraWhereToSend)
 
 TEST_F(Channel, FailsWithTheRegisterThatFails)
 {
-    for (const unsigned address : {kScp, kScda, kScps, kGvspCaps}) {  // each comes before those ahead of it
+    for (const unsigned address : {kGvspCaps, kScps, kScda, kScp}) {
+        camera.failing.clear();
         camera.failing[address] = GC_ERR_ACCESS_DENIED;
         EXPECT_EQ(GC_ERR_ACCESS_DENIED, Start()) << address;
         EXPECT_FALSE(Receives()) << address;
@@ -813,7 +815,8 @@ TEST_F(Channel, FollowsTheCamerasHeaderForm)
     }
     camera.registers[kGvspCaps] = kBit30;
     bool extended = false;
-    for (const unsigned address : {kGvspConfig, kGvspCaps, kVersion}) {
+    for (const unsigned address : {kVersion, kGvspCaps, kGvspConfig}) {
+        camera.failing.clear();
         camera.failing[address] = GC_ERR_IO;
         EXPECT_EQ(GC_ERR_IO, HALGvsp().ConfigureExtendedId(&camera, &device, false, extended)) << address;
     }
