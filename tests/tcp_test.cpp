@@ -662,7 +662,6 @@ TEST_F(TcpStreaming, DeliversEveryByteOfTwoHundredImages)
     bench.config.geometry.width = 2048;
     bench.config.geometry.height = 1024;
     bench.config.chunkMode = sim::ChunkMode::ImageAndChunks;
-    faults.pieceBytes = 99991;
     Open();
     Start();
     EXPECT_EQ(GC_ERR_SUCCESS, DSWaitForNextLeader(consumer.Stream(), 5000));
