@@ -300,8 +300,32 @@ TEST(Formula, FollowsThePrecedenceOfOperators)
                             "99999999999999999999", "0x", "$"}) {
         EXPECT_THROW(EvaluateFormula<std::int64_t>(bad, five), Failure) << bad;
     }
-    for (const char nested : {'(', '-'}) {
-        EXPECT_THROW(EvaluateFormula<std::int64_t>(std::string(100000, nested), five), Failure) << nested;
+    std::string deep;
+    for (const char* nested : {"(", "-", "1 ** ", "1 ? ", "1||1&&1|1^1&1=1<1<<1+1*1**("}) {
+        for (deep.clear(); deep.size() < 100000; deep += nested) {
+        }
+        const std::string message = MessageOf([&] { EvaluateFormula<std::int64_t>(deep, five); });
+        EXPECT_THAT(message, HasSubstr("nested too deeply")) << nested;
+        EXPECT_LT(message.size(), 200u) << nested;
+    }
+}
+
+// As cameras tell their pixel formats: one condition in the other's last branch, or in its first one.
+TEST(Formula, ReadsAHundredConditions)
+{
+    std::string chain = "-1";
+    std::string inBrackets = "-1";
+    std::string inFirst = "99";
+    for (int i = 99; i >= 0; --i) {
+        const std::string number = std::to_string(i);
+        chain.insert(0, "X = " + number + " ? " + number + " : ");
+        inBrackets = "(X = " + number + ") ? " + number + " : (" + inBrackets + ")";
+        inFirst = "(X > " + number + ") ? (" + inFirst + ") : " + number;
+    }
+    for (const std::int64_t x : {0, 1, 98, 99}) {
+        for (const std::string& formula : {chain, inBrackets, inFirst}) {
+            EXPECT_EQ(x, EvaluateFormula<std::int64_t>(formula, [x](const std::string&) { return x; }));
+        }
     }
 }
 

@@ -11,8 +11,13 @@
 namespace Tool {
 namespace {
 
-constexpr int kDeepest = 100;
+constexpr int kDeepest = 250;
+constexpr std::size_t kMostShown = 80;
 constexpr int kUnaryLevel = 11;
+
+/// How deep the thread stands in its formulas: those that are evaluated for each other's variables share the
+/// stack.
+thread_local int g_depth = 0;
 
 struct Operator
 {
@@ -216,7 +221,7 @@ public:
             throw Unreadable();
         }
         if (!std::isfinite(static_cast<double>(value))) {
-            throw Failure("the formula " + m_text + " gives no finite number");
+            throw Failure("the formula " + Beginning() + " gives no finite number");
         }
         return value;
     }
@@ -226,23 +231,23 @@ private:
     class Level
     {
     public:
-        explicit Level(Reader& reader) : m_reader(reader)
+        explicit Level(const Reader& reader)
         {
-            if (++m_reader.m_depth > kDeepest) {
-                throw Failure("the formula is nested too deeply: " + reader.m_text.substr(0, 80));
+            if (g_depth >= kDeepest) {
+                throw Failure("the formula is nested too deeply: " + reader.Beginning());
             }
+            ++g_depth;
         }
-        ~Level() { --m_reader.m_depth; }
+        ~Level() { --g_depth; }
         Level(const Level&) = delete;
         Level& operator=(const Level&) = delete;
-
-    private:
-        Reader& m_reader;
     };
+
+    std::string Beginning() const { return m_text.substr(0, kMostShown); }
 
     Failure Unreadable() const
     {
-        return Failure("can't read the formula " + m_text + " from its character " +
+        return Failure("can't read the formula " + Beginning() + " from its character " +
                        std::to_string(m_at + 1));
     }
 
@@ -269,17 +274,36 @@ private:
         }
     }
 
+    /// A chain of conditions, such as A ? 1 : B ? 2 : 3, is one step.
     Number Choice(bool active)
     {
-        const Level level(*this);
-        const Number condition = Binary(1, active);
-        if (!Take("?")) {
-            return condition;
+        Number chosen = 0;
+        for (;;) {
+            const Number condition = Binary(1, active);
+            if (!Take("?")) {
+                return active ? condition : chosen;
+            }
+            const bool isMet = condition != 0;
+            const Number first = Nested(active && isMet);
+            Expect(":");
+            if (active && isMet) {
+                chosen = first;
+                active = false;
+            }
         }
-        const Number first = Choice(active && condition != 0);
-        Expect(":");
-        const Number second = Choice(active && condition == 0);
-        return condition != 0 ? first : second;
+    }
+
+    Number Nested(bool active)
+    {
+        const Level level(*this);
+        return Choice(active);
+    }
+
+    /// What a sign or the left side of ** stands before.
+    Number Signed(bool active)
+    {
+        const Level level(*this);
+        return Binary(kUnaryLevel, active);
     }
 
     const Operator* TakeOperator(int lowest)
@@ -293,13 +317,13 @@ private:
         return nullptr;
     }
 
+    /// Calls itself for the operators that bind closer, of which there are few levels.
     Number Binary(int lowest, bool active)
     {
-        const Level level(*this);
         Number value = Unary(active);
         while (const Operator* pOp = TakeOperator(lowest)) {
             const bool fromTheRight = pOp->level == kUnaryLevel;
-            const Number right = Binary(fromTheRight ? pOp->level : pOp->level + 1, active);
+            const Number right = fromTheRight ? Signed(active) : Binary(pOp->level + 1, active);
             value = active ? Apply(pOp->text, value, right) : 0;
         }
         return value;
@@ -308,16 +332,16 @@ private:
     Number Unary(bool active)
     {
         if (Take("-")) {
-            return Negated(Binary(kUnaryLevel, active));
+            return Negated(Signed(active));
         }
         if (Take("+")) {
-            return Binary(kUnaryLevel, active);
+            return Signed(active);
         }
         if (Take("~")) {
-            return Complement(Binary(kUnaryLevel, active));
+            return Complement(Signed(active));
         }
         if (Take("(")) {
-            const Number value = Choice(active);
+            const Number value = Nested(active);
             Expect(")");
             return value;
         }
@@ -336,7 +360,7 @@ private:
         }
         const std::string name = Word();
         if (Take("(")) {
-            const Number argument = Choice(active);
+            const Number argument = Nested(active);
             Expect(")");
             return Call(name, argument, active);
         }
@@ -409,7 +433,6 @@ private:
     const std::string& m_text;
     const VariableLookup<Number>& m_lookup;
     std::size_t m_at = 0;
-    int m_depth = 0;
 };
 
 }  // namespace
