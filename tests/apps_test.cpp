@@ -19,6 +19,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <ctime>
 #include <map>
 #include <string>
 #include <tuple>
@@ -175,6 +176,37 @@ TEST_F(DescriptionTest, SaysWhatItCannotResolve)
     EXPECT_THAT(MessageOf([this] { Description("<a/>", m_port); }), HasSubstr("RegisterDescription"));
     EXPECT_THAT(MessageOf([this] { Description("no XML", m_port); }), HasSubstr("XML"));
     EXPECT_EQ(m_description.GetInteger("Width"), 640);  // a failure leaves nothing behind
+}
+
+// A formula of many terms that names another one as often, or a list of values as long.
+TEST_F(DescriptionTest, RefusesWhatTakesForEver)
+{
+    const auto repeat = [](const char* text, int times) {
+        std::string all;
+        for (int i = 0; i < times; ++i) {
+            all += text;
+        }
+        return all;
+    };
+    const std::string nodes = "<Integer Name='List'><pIndex>Zero</pIndex>" +
+                              repeat("<ValueIndexed Index='7'>1</ValueIndexed>", 15000) +
+                              "<ValueDefault>1</ValueDefault></Integer>"
+                              "<Integer Name='Zero'><Value>0</Value></Integer>"
+                              "<IntSwissKnife Name='K'><pVariable Name='L'>List</pVariable>"
+                              "<Expression Name='E'>" +
+                              repeat("1+", 15000) + "1</Expression>";
+    const std::pair<const char*, const char*> cases[] = {
+        {"E+",       "too many steps"            },
+        {"L+",       "too many steps"            },
+        {"E + E + ", "more than 65536 characters"},
+    };
+    for (const auto& [terms, words] : cases) {
+        const std::string formula = "<Formula>" + repeat(terms, 15000) + "1</Formula></IntSwissKnife>";
+        Description description("<RegisterDescription>" + nodes + formula + "</RegisterDescription>", m_port);
+        const std::clock_t begin = std::clock();
+        EXPECT_THAT(MessageOf([&] { description.GetInteger("K"); }), HasSubstr(words));
+        EXPECT_LT(std::clock() - begin, CLOCKS_PER_SEC);
+    }
 }
 
 constexpr char kFeaturesXml[] = R"(<RegisterDescription>

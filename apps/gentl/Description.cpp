@@ -7,13 +7,18 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <iterator>
 #include <type_traits>
 
 namespace Tool {
 namespace {
 
 constexpr std::size_t kDeepest = 40;
-constexpr unsigned kMostSteps = 100000;
+constexpr std::size_t kMostSteps = 50000;                 // of one operation
+constexpr std::size_t kMostStepsInAll = 40 * kMostSteps;  // a listing is many operations
+constexpr std::size_t kBytesPerStep = 8;
+constexpr std::size_t kChildrenPerStep = 16;
+constexpr std::size_t kLongestFormula = 1 << 16;
 constexpr std::int64_t kLongestText = 1 << 20;
 constexpr char kRoot[] = "RegisterDescription";
 
@@ -135,10 +140,9 @@ template <typename Action>
 auto Description::Resolve(const std::string& feature, Action action)
 {
     m_path.clear();
-    m_steps = 0;
+    m_mostSteps = std::min(m_steps + kMostSteps, kMostStepsInAll);
     try {
-        Enter(feature);
-        return action(Find(feature));
+        return action(Enter(feature));
     } catch (const Failure& failure) {
         throw Failure("can't resolve " + Join(m_path) + ": " + failure.what(), failure.Hint(),
                       failure.Details());
@@ -301,8 +305,7 @@ bool Description::Holds(pugi::xml_node node, const char* condition, bool isDefau
     if (!child) {
         return isDefault;
     }
-    Enter(TextOf(child));
-    const bool isOn = IsOn(Find(TextOf(child)));
+    const bool isOn = IsOn(Enter(TextOf(child)));
     m_path.pop_back();
     return isOn;
 }
@@ -311,8 +314,7 @@ std::string Description::AccessOf(pugi::xml_node node)
 {
     std::string access = "RW";
     if (const pugi::xml_node reference = node.child("pValue")) {
-        Enter(TextOf(reference));
-        access = AccessOf(Find(TextOf(reference)));
+        access = AccessOf(Enter(TextOf(reference)));
         m_path.pop_back();
     } else if (const pugi::xml_node mode = RegisterChild(node, "AccessMode")) {
         access = TextOf(mode);
@@ -335,20 +337,42 @@ pugi::xml_node Description::Find(const std::string& name) const
     return found->second;
 }
 
-void Description::Enter(const std::string& name)
+void Description::Push(const std::string& name)
 {
     m_path.push_back(name);
-    if (m_path.size() > kDeepest || ++m_steps > kMostSteps) {
-        m_path.resize(std::min<std::size_t>(m_path.size(), 3));
+    if (m_path.size() > kDeepest) {
+        m_path.resize(3);
         throw Failure("its nodes refer to each other without end");
     }
+    Charge(1 + name.size() / kBytesPerStep);
+}
+
+pugi::xml_node Description::Enter(const std::string& name)
+{
+    Push(name);
+    const pugi::xml_node node = Find(name);
+    ChargeSearch(node);
+    return node;
+}
+
+void Description::Charge(std::size_t steps)
+{
+    m_steps += steps;
+    if (m_steps > m_mostSteps) {
+        m_path.resize(std::min<std::size_t>(m_path.size(), 3));
+        throw Failure("it takes too many steps");
+    }
+}
+
+void Description::ChargeSearch(pugi::xml_node node)
+{
+    Charge(static_cast<std::size_t>(std::distance(node.begin(), node.end())) / kChildrenPerStep);
 }
 
 template <typename T>
 T Description::Value(const std::string& name)
 {
-    Enter(name);
-    const auto value = ValueOf<T>(Find(name));
+    const auto value = ValueOf<T>(Enter(name));
     m_path.pop_back();
     return value;
 }
@@ -356,8 +380,7 @@ T Description::Value(const std::string& name)
 template <typename T>
 void Description::SetValue(const std::string& name, T value)
 {
-    Enter(name);
-    SetValueOf(Find(name), value);
+    SetValueOf(Enter(name), value);
     m_path.pop_back();
 }
 
@@ -478,6 +501,10 @@ T Description::Number(pugi::xml_node node, const std::string& child)
 template <typename T>
 T Description::Formula(pugi::xml_node node, const std::string& formula, const std::string& givenName, T given)
 {
+    if (formula.size() > kLongestFormula) {
+        throw Failure("its formula has more than " + std::to_string(kLongestFormula) + " characters");
+    }
+    Charge(1 + formula.size() / kBytesPerStep);
     return EvaluateFormula<T>(formula, [&](const std::string& name) {
         return !givenName.empty() && name == givenName ? given : Variable<T>(node, name);
     });
@@ -486,11 +513,13 @@ T Description::Formula(pugi::xml_node node, const std::string& formula, const st
 template <typename T>
 T Description::Variable(pugi::xml_node node, const std::string& name)
 {
+    Charge(1);
+    ChargeSearch(node);
     if (const pugi::xml_node constant = node.find_child_by_attribute("Constant", "Name", name.c_str())) {
         return Parse<T>(TextOf(constant));
     }
     if (const pugi::xml_node part = node.find_child_by_attribute("Expression", "Name", name.c_str())) {
-        Enter(name);
+        Push(name);
         const auto value = Formula<T>(node, TextOf(part));
         m_path.pop_back();
         return value;
@@ -526,9 +555,7 @@ std::size_t Description::Length(pugi::xml_node node, std::int64_t most)
 std::pair<std::uint64_t, std::size_t> Description::LocateText(pugi::xml_node node)
 {
     if (std::strcmp(node.name(), "String") == 0) {
-        const std::string name = TextOf(node.child("pValue"));
-        Enter(name);
-        const auto place = LocateText(Find(name));
+        const auto place = LocateText(Enter(TextOf(node.child("pValue"))));
         m_path.pop_back();
         return place;
     }

@@ -105,8 +105,14 @@ private:
     std::uint64_t Address(pugi::xml_node node);
     template <typename T>
     void WriteRegister(pugi::xml_node node, T value);
-    /// Before each nested step: keeps references in a circle, or too many of them, from running on for ever.
-    void Enter(const std::string& name);
+    /// Before each nested step: notes its name, and refuses references in a circle.
+    void Push(const std::string& name);
+    /// The node of this name, for a step into it.
+    pugi::xml_node Enter(const std::string& name);
+    /// Refuses what would take for ever. A step is work of about a microsecond.
+    void Charge(std::size_t steps);
+    /// For a look through the node's children.
+    void ChargeSearch(pugi::xml_node node);
 
     pugi::xml_document m_document;
     IRegisterPort& m_port;
@@ -116,7 +122,8 @@ private:
     /// Names of the nodes that are being resolved, outermost first; after a failure down to the node that
     /// failed.
     std::vector<std::string> m_path;
-    unsigned m_steps = 0;  ///< of the present operation
+    std::size_t m_steps = 0;      ///< of all operations
+    std::size_t m_mostSteps = 0;  ///< at the end of the present one
 };
 
 }  // namespace Tool
