@@ -223,6 +223,10 @@ constexpr char kFeaturesXml[] = R"(<RegisterDescription>
  <Integer Name="Locked"><pIsLocked>Switch</pIsLocked><pValue>IpReg</pValue></Integer>
  <Integer Name="Hidden"><pIsAvailable>Never</pIsAvailable><pValue>IpReg</pValue></Integer>
  <Integer Name="Never"><Value>0</Value></Integer>
+ <Integer Name="Behind"><pValue>Hidden</pValue></Integer>
+ <Enumeration Name="Mode"><EnumEntry Name="Here"><Value>0</Value></EnumEntry>
+  <EnumEntry Name="Gone"><pIsImplemented>Never</pIsImplemented><Value>1</Value></EnumEntry>
+  <pValue>Raw</pValue></Enumeration>
  <Integer Name="Hex"><pValue>IpReg</pValue><Representation>HexNumber</Representation></Integer>
  <Float Name="Rate"><pValue>Big4</pValue><Min>-0.5</Min><pMax>Most</pMax><Unit>Hz</Unit></Float>
  <Integer Name="Most"><Value>1000</Value></Integer>
@@ -280,6 +284,7 @@ TEST(Features, AreWrittenAsTheyAreShownOrRefused)
     }
     EXPECT_EQ("1", FeatureText(description, "Period"));
     EXPECT_EQ("Hz", description.Unit("Rate"));
+    EXPECT_EQ(std::vector<std::string>{"Here"}, description.Entries("Mode"));
     const char* const refused[][3] = {
         {"Name",   "12345678",             "up to 7"            },
         {"Switch", "maybe",                "maybe"              },
@@ -294,6 +299,8 @@ TEST(Features, AreWrittenAsTheyAreShownOrRefused)
         {"Gain",   "1e300",                "no 64-bit integer"  },
         {"Period", "1",                    "read-only"          },
         {"Odd",    "1",                    "6 bytes"            },
+        {"Mode",   "Gone",                 "isn't available"    },
+        {"Behind", "1",                    "isn't available"    },
     };
     for (const auto& [feature, text, words] : refused) {
         EXPECT_THAT(MessageOf([&, f = feature, t = text] { WriteFeature(description, f, t); }),

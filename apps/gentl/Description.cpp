@@ -194,6 +194,9 @@ void Description::SetEnumeration(const std::string& feature, const std::string& 
         if (!found) {
             throw Failure("it has no entry " + entry);
         }
+        if (!IsPresent(found)) {
+            throw Failure("its entry " + entry + " isn't available");
+        }
         SetValueOf(node, Number<std::int64_t>(found, "Value"));
     });
 }
@@ -272,20 +275,22 @@ std::vector<std::string> Description::Features(const std::string& category) cons
     return names;
 }
 
-std::vector<std::string> Description::Entries(const std::string& enumeration) const
+std::vector<std::string> Description::Entries(const std::string& enumeration)
 {
-    std::vector<std::string> names;
-    for (const pugi::xml_node entry : Find(enumeration).children("EnumEntry")) {
-        names.emplace_back(entry.attribute("Name").value());
-    }
-    return names;
+    return Resolve(enumeration, [this](pugi::xml_node node) {
+        std::vector<std::string> names;
+        for (const pugi::xml_node entry : node.children("EnumEntry")) {
+            if (IsPresent(entry)) {
+                names.emplace_back(entry.attribute("Name").value());
+            }
+        }
+        return names;
+    });
 }
 
 bool Description::IsAvailable(const std::string& feature)
 {
-    return Resolve(feature, [this](pugi::xml_node node) {
-        return Holds(node, "pIsImplemented", true) && Holds(node, "pIsAvailable", true);
-    });
+    return Resolve(feature, [this](pugi::xml_node node) { return IsPresent(node); });
 }
 
 std::string Description::Access(const std::string& feature)
@@ -308,6 +313,20 @@ bool Description::Holds(pugi::xml_node node, const char* condition, bool isDefau
     const bool isOn = IsOn(Enter(TextOf(child)));
     m_path.pop_back();
     return isOn;
+}
+
+bool Description::IsPresent(pugi::xml_node node)
+{
+    if (!Holds(node, "pIsImplemented", true) || !Holds(node, "pIsAvailable", true)) {
+        return false;
+    }
+    const pugi::xml_node reference = node.child("pValue");
+    if (!reference) {
+        return true;
+    }
+    const bool isPresent = IsPresent(Enter(TextOf(reference)));
+    m_path.pop_back();
+    return isPresent;
 }
 
 std::string Description::AccessOf(pugi::xml_node node)

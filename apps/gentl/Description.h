@@ -36,6 +36,7 @@ public:
     void SetFloat(const std::string& feature, double value);
     /// The entry's name, such as "Mono8".
     std::string GetEnumeration(const std::string& feature);
+    /// Refuses an entry that isn't available.
     void SetEnumeration(const std::string& feature, const std::string& entry);
     void Execute(const std::string& command);
     bool GetBoolean(const std::string& feature);
@@ -54,7 +55,9 @@ public:
     std::string Unit(const std::string& feature) const;
     /// What the category lists, other categories included.
     std::vector<std::string> Features(const std::string& category) const;
-    std::vector<std::string> Entries(const std::string& enumeration) const;
+    /// Those that are available now.
+    std::vector<std::string> Entries(const std::string& enumeration);
+    /// Whether the feature and all that its value comes from say so.
     bool IsAvailable(const std::string& feature);
     /// "RO", "WO" or "RW": what the register behind the feature allows and nothing on the way to it forbids.
     std::string Access(const std::string& feature);
@@ -65,6 +68,8 @@ private:
     void Index(pugi::xml_node description);
     pugi::xml_node Find(const std::string& name) const;
     std::string AccessOf(pugi::xml_node node);
+    /// Implemented and available: the node, or an entry of an enumeration, and the nodes behind it.
+    bool IsPresent(pugi::xml_node node);
     bool IsOn(pugi::xml_node node);
     /// Of a reference such as pIsAvailable.
     bool Holds(pugi::xml_node node, const char* condition, bool isDefault);
