@@ -21,6 +21,7 @@
 #include <cstdint>
 #include <ctime>
 #include <map>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -314,6 +315,27 @@ TEST(Features, AreWrittenAsTheyAreShownOrRefused)
     EXPECT_EQ((Bytes{33, 0}), port.Read(80, 2));
     WriteFeature(description, "Rate", "0");
     EXPECT_THAT(MessageOf([&] { description.GetInteger("Period"); }), HasSubstr("division by 0"));
+}
+
+TEST(Features, ArePrintedInCategoriesThatHoldEachOtherAFewTimes)
+{
+    const auto print = [](int depth) {
+        std::string xml = "<RegisterDescription><Category Name='Root'><pFeature>0</pFeature></Category>";
+        for (int i = 0; i < depth; ++i) {
+            xml += "<Category Name='" + std::to_string(i) + "'><pFeature>" + std::to_string(i + 1) +
+                   "</pFeature></Category>";
+        }
+        xml +=
+            "<Integer Name='" + std::to_string(depth) +
+            "'><Value>5</Value><Unit>\x7F[2J&#10;\xC2\x9Bm \xC2\xB5s</Unit></Integer></RegisterDescription>";
+        FakePort port;
+        Description description(xml, port);
+        std::ostringstream out;
+        PrintFeatures(description, out);
+        return out.str();
+    };
+    EXPECT_EQ("0\n  1\n    2" + std::string(37, ' ') + "= 5 .[2J.\xC2.m \xC2\xB5s\n", print(2));
+    EXPECT_THAT(MessageOf([&] { print(30000); }), HasSubstr("categories nested too deeply"));
 }
 
 TEST(Formula, FollowsThePrecedenceOfOperators)

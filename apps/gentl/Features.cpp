@@ -4,6 +4,7 @@
 #include "gentl/ExitCode.h"
 #include "gentl/Failure.h"
 #include "gentl/Files.h"
+#include "gentl/Note.h"
 #include "gentl/Numbers.h"
 #include "gentl/Unzip.h"
 
@@ -19,6 +20,7 @@ namespace Tool {
 namespace {
 
 constexpr std::size_t kNameWidth = 42;
+constexpr std::size_t kDeepestCategory = 40;
 
 std::string Address(std::uint64_t value)
 {
@@ -121,28 +123,38 @@ std::string Shown(Description& description, const std::string& feature)
            Remark(description, feature);
 }
 
-void Print(const std::string& indent, const std::string& feature, const std::string& shown)
+/// Much of it comes from the camera.
+void PrintLine(std::ostream& out, const std::string& line)
 {
-    const std::string name = indent + feature;
-    std::cout << name << std::string(name.size() < kNameWidth ? kNameWidth - name.size() : 1, ' ') << shown
-              << '\n';
+    out << Printable(line) << '\n';
+}
+
+void Print(std::ostream& out, const std::string& name, const std::string& shown)
+{
+    PrintLine(out, name + std::string(name.size() < kNameWidth ? kNameWidth - name.size() : 1, ' ') + shown);
 }
 
 /// visited keeps categories that list each other from being shown for ever.
 void PrintCategory(Description& description,
                    const std::string& category,
-                   const std::string& indent,
-                   std::set<std::string>& visited)
+                   std::size_t depth,
+                   std::set<std::string>& visited,
+                   std::ostream& out)
 {
     if (!visited.insert(category).second) {
         return;
     }
+    if (depth >= kDeepestCategory) {
+        throw Failure("categories nested too deeply: " + category + " is behind " + std::to_string(depth) +
+                      " others");
+    }
+    const std::string indent(2 * depth, ' ');
     for (const std::string& feature : description.Features(category)) {
         if (!description.Has(feature)) {
-            Print(indent, feature, "  (missing in the description)");
+            Print(out, indent + feature, "  (missing in the description)");
         } else if (description.Kind(feature) == "Category") {
-            std::cout << indent << feature << '\n';
-            PrintCategory(description, feature, indent + "  ", visited);
+            PrintLine(out, indent + feature);
+            PrintCategory(description, feature, depth + 1, visited, out);
         } else {
             std::string shown;
             try {
@@ -150,7 +162,7 @@ void PrintCategory(Description& description,
             } catch (const Failure& failure) {
                 shown = std::string("  (") + failure.what() + ")";
             }
-            Print(indent, feature, shown);
+            Print(out, indent + feature, shown);
         }
     }
 }
@@ -171,10 +183,10 @@ void PerformRequest(Description& description, const std::string& request)
     if (equals != std::string::npos) {
         WriteFeature(description, feature, request.substr(equals + 1));
     }
-    Print("", feature, Shown(description, feature));
+    Print(std::cout, feature, Shown(description, feature));
     if (equals == std::string::npos) {
         for (const std::string& entry : description.Entries(feature)) {
-            std::cout << "    " << entry << '\n';
+            PrintLine(std::cout, "    " + entry);
         }
     }
 }
@@ -191,10 +203,7 @@ std::string FeatureText(Description& description, const std::string& feature)
         return description.GetBoolean(feature) ? "true" : "false";
     }
     if (kind == "String") {
-        std::string text = description.GetString(feature);
-        std::replace_if(
-            text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; }, '.');
-        return '"' + text + '"';
+        return '"' + Printable(description.GetString(feature)) + '"';
     }
     return kind == "Float" ? RealText(description.GetFloat(feature)) : IntegerText(description, feature);
 }
@@ -224,6 +233,12 @@ void WriteFeature(Description& description, const std::string& feature, const st
     }
 }
 
+void PrintFeatures(Description& description, std::ostream& out)
+{
+    std::set<std::string> visited;
+    PrintCategory(description, "Root", 0, visited, out);
+}
+
 int Features(const Producer& producer, ModuleChoice choice, const std::vector<std::string>& requests)
 {
     choice.forWriting = std::any_of(requests.begin(), requests.end(), [](const std::string& request) {
@@ -235,8 +250,7 @@ int Features(const Producer& producer, ModuleChoice choice, const std::vector<st
         PerformRequest(description, request);
     }
     if (requests.empty()) {
-        std::set<std::string> visited;
-        PrintCategory(description, "Root", "", visited);
+        PrintFeatures(description, std::cout);
     }
     return ExitCode::kDone;
 }

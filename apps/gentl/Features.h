@@ -3,6 +3,7 @@
 
 #include "gentl/ModulePort.h"
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,8 @@ int Features(const Producer& producer, ModuleChoice choice, const std::vector<st
 /// Saves the module's description to the file, unzipped. Gives the exit code; throws Failure.
 int SaveXml(const Producer& producer, const ModuleChoice& choice, const std::string& file);
 
+/// All features, in their categories. Throws Failure for categories in categories without end.
+void PrintFeatures(Description& description, std::ostream& out);
 /// A feature's value as a person writes it. Throws Failure.
 std::string FeatureText(Description& description, const std::string& feature);
 /// Writes what FeatureText would show, or a number as decimal or 0x... Throws Failure for a feature that is

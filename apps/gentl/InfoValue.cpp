@@ -1,5 +1,7 @@
 #include "gentl/InfoValue.h"
 
+#include "gentl/Note.h"
+
 #include <algorithm>
 #include <cstring>
 #include <utility>
@@ -18,11 +20,6 @@ std::optional<std::uint64_t> Load(const std::vector<char>& bytes)
     return static_cast<std::uint64_t>(value);
 }
 
-bool IsControl(char c)
-{
-    return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
-}
-
 }  // namespace
 
 InfoValue::InfoValue(GenTL::INFO_DATATYPE type, std::vector<char> bytes)
@@ -35,9 +32,7 @@ std::optional<std::string> InfoValue::Text() const
     if (m_type != GenTL::INFO_DATATYPE_STRING) {
         return std::nullopt;
     }
-    std::string text(m_bytes.begin(), std::find(m_bytes.begin(), m_bytes.end(), '\0'));
-    std::replace_if(text.begin(), text.end(), IsControl, '.');
-    return text;
+    return Printable(std::string(m_bytes.begin(), std::find(m_bytes.begin(), m_bytes.end(), '\0')));
 }
 
 std::optional<std::uint64_t> InfoValue::Number() const

@@ -20,8 +20,9 @@ int ShowLog()
     }
     Interrupt::Catch();
     Note("waiting for log records at UDP ports" + list + "; Ctrl-C ends");
-    receiver.Run(
-        [](const std::string& record) { std::cout << Printable(FormatLogRecord(record)) << std::endl; });
+    receiver.Run([](const std::string& record) {
+        std::cout << Printable(FormatLogRecord(record), kLayout) << std::endl;
+    });
     return ExitCode::kDone;
 }
 
