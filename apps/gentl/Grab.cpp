@@ -167,7 +167,12 @@ private:
     Count Packets() const { return m_control.Count("ResentPacketCount"); }
     static std::string Since(Count before, Count now)
     {
-        return before && now ? std::to_string(*now - *before) : "not told by the camera";
+        if (!before || !now) {
+            return "not told by the camera";
+        }
+        // Unsigned on the way, for a camera may tell any two numbers.
+        const std::uint64_t more = static_cast<std::uint64_t>(*now) - static_cast<std::uint64_t>(*before);
+        return std::to_string(static_cast<std::int64_t>(more));
     }
 
     Stream& m_stream;
