@@ -157,6 +157,17 @@ std::string MessageOf(Action action)
     return "no failure";
 }
 
+// As modules answer: with the size of the value instead of the register's.
+TEST(RegisterFields, LackUpperBytesOnlyIfTheyComeLast)
+{
+    class ShortPort : public FakePort
+    {
+        std::vector<std::uint8_t> Read(std::uint64_t, std::size_t) override { return {5, 1, 0, 0}; }
+    } port;
+    EXPECT_EQ(0x105, ReadInteger(port, {0, 8, false, false, 0, 63}));
+    EXPECT_THAT(MessageOf([&] { ReadInteger(port, {0, 8, true, false, 0, 63}); }), HasSubstr("4 of 8"));
+}
+
 TEST_F(DescriptionTest, SaysWhatItCannotResolve)
 {
     const std::pair<const char*, const char*> reads[] = {

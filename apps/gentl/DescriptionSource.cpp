@@ -106,6 +106,10 @@ std::string ReadDescription(const Producer& producer, GenTL::PORT_HANDLE hPort, 
             const std::uint64_t words =
                 std::max<std::uint64_t>(2, (place.length + kWordSize - 1) / kWordSize);
             const std::vector<std::uint8_t> bytes = registers.Read(place.address, words * kWordSize);
+            if (bytes.size() < place.length) {
+                throw Failure("the camera gave only " + std::to_string(bytes.size()) + " of the " +
+                              std::to_string(place.length) + " bytes of its description");
+            }
             return std::string(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(place.length));
         } catch (const Failure& failure) {
             if (!firstFailure) {

@@ -52,6 +52,7 @@ std::vector<std::uint8_t> RegisterAccess::Read(std::uint64_t address, std::size_
     std::vector<std::uint8_t> bytes(size);
     m_producer.Check(m_producer->GCReadPort(m_hPort, address, bytes.data(), &size), "GCReadPort",
                      "read " + std::to_string(bytes.size()) + " bytes at " + AddressText(address));
+    bytes.resize(std::min(size, bytes.size()));
     return bytes;
 }
 
@@ -64,7 +65,7 @@ void RegisterAccess::Write(std::uint64_t address, const std::vector<std::uint8_t
 
 std::uint32_t RegisterAccess::ReadWord(std::uint64_t address)
 {
-    std::vector<std::uint8_t> bytes = Read(address, kWordSize);
+    std::vector<std::uint8_t> bytes = ReadWordBytes(address);
     if (!IsBigEndian()) {
         std::reverse(bytes.begin(), bytes.end());
     }
@@ -87,13 +88,23 @@ void RegisterAccess::WriteWord(std::uint64_t address, std::uint32_t value)
     Write(address, bytes);
 }
 
+std::vector<std::uint8_t> RegisterAccess::ReadWordBytes(std::uint64_t address)
+{
+    std::vector<std::uint8_t> bytes = Read(address, kWordSize);
+    if (bytes.size() < kWordSize) {
+        throw Failure("the register at " + AddressText(address) + " gave only " +
+                      std::to_string(bytes.size()) + " bytes");
+    }
+    return bytes;
+}
+
 bool RegisterAccess::IsBigEndian()
 {
     if (!m_isBigEndian) {
         // The register's top bit says it. With the bit set the top byte comes first; with it clear, a byte
         // that comes first can't have it set either: it is then the top byte itself, or the one that names
         // the character set.
-        m_isBigEndian = (Read(kDeviceMode, kWordSize).front() & 0x80) != 0;
+        m_isBigEndian = (ReadWordBytes(kDeviceMode).front() & 0x80) != 0;
     }
     return *m_isBigEndian;
 }

@@ -35,6 +35,7 @@ public:
     void WriteWord(std::uint64_t address, std::uint32_t value);
 
 private:
+    std::vector<std::uint8_t> ReadWordBytes(std::uint64_t address);
     bool IsBigEndian();
 
     const Producer& m_producer;

@@ -20,6 +20,11 @@ std::uint64_t Mask(unsigned bits)
 std::uint64_t ReadRaw(IRegisterPort& port, const RegisterField& field)
 {
     std::vector<std::uint8_t> bytes = port.Read(field.address, field.length);
+    if (bytes.size() < field.length && (field.isBigEndian || bytes.empty())) {
+        throw Failure("its register gave only " + std::to_string(bytes.size()) + " of " +
+                      std::to_string(field.length) + " bytes");
+    }
+    bytes.resize(field.length);  // the upper bytes of a little-endian number are then 0
     if (!field.isBigEndian) {
         std::reverse(bytes.begin(), bytes.end());
     }
