@@ -1,11 +1,11 @@
 #include "gentl/Discovery.h"
 
 #include "gentl/Failure.h"
+#include "gentl/Numbers.h"
 
 #include <strings.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <optional>
 
 namespace Tool {
@@ -18,26 +18,11 @@ std::string TextOf(const std::optional<InfoValue>& value)
     return value ? value->Text().value_or(std::string()) : std::string();
 }
 
-std::string IpText(const std::optional<InfoValue>& value)
+/// Empty when the producer doesn't know the address.
+std::string AddressOf(const std::optional<InfoValue>& value, std::string (*text)(std::uint64_t))
 {
-    const std::uint64_t ip = value ? value->Number().value_or(0) : 0;
-    char text[20];
-    std::snprintf(text, sizeof text, "%u.%u.%u.%u", static_cast<unsigned>(ip >> 24 & 0xFF),
-                  static_cast<unsigned>(ip >> 16 & 0xFF), static_cast<unsigned>(ip >> 8 & 0xFF),
-                  static_cast<unsigned>(ip & 0xFF));
-    return ip == 0 ? std::string() : text;
-}
-
-std::string MacText(const std::optional<InfoValue>& value)
-{
-    const std::uint64_t mac = value ? value->Number().value_or(0) : 0;
-    std::string text;
-    for (int shift = 40; shift >= 0; shift -= 8) {
-        char byte[4];
-        std::snprintf(byte, sizeof byte, "%02X", static_cast<unsigned>(mac >> shift & 0xFF));
-        text += (text.empty() ? "" : ":") + std::string(byte);
-    }
-    return mac == 0 ? std::string() : text;
+    const std::uint64_t address = value ? value->Number().value_or(0) : 0;
+    return address == 0 ? std::string() : text(address);
 }
 
 CameraInfo DescribeCamera(const Producer& producer, GenTL::IF_HANDLE hInterface, const std::string& id)
@@ -54,8 +39,8 @@ CameraInfo DescribeCamera(const Producer& producer, GenTL::IF_HANDLE hInterface,
     camera.model = TextOf(ask(GenTL::DEVICE_INFO_MODEL));
     camera.serialNumber = TextOf(ask(GenTL::DEVICE_INFO_SERIAL_NUMBER));
     camera.userName = TextOf(ask(GenTL::DEVICE_INFO_USER_DEFINED_NAME));
-    camera.ip = IpText(ask(GenTL::DEVICE_INFO_GEV_IP_ADDRESS));
-    camera.mac = MacText(ask(GenTL::DEVICE_INFO_GEV_MAC_ADDRESS));
+    camera.ip = AddressOf(ask(GenTL::DEVICE_INFO_GEV_IP_ADDRESS), IpText);
+    camera.mac = AddressOf(ask(GenTL::DEVICE_INFO_GEV_MAC_ADDRESS), MacText);
     return camera;
 }
 
@@ -67,8 +52,8 @@ void DescribeInterface(const Producer& producer, GenTL::IF_HANDLE hInterface, In
         });
     };
     interface.name = TextOf(ask(GenTL::INTERFACE_INFO_DISPLAYNAME));
-    interface.ip = IpText(ask(GenTL::INTERFACE_INFO_GEV_SUBNET_IP_ADDRESS));
-    interface.mac = MacText(ask(GenTL::INTERFACE_INFO_GEV_MAC_ADDRESS));
+    interface.ip = AddressOf(ask(GenTL::INTERFACE_INFO_GEV_SUBNET_IP_ADDRESS), IpText);
+    interface.mac = AddressOf(ask(GenTL::INTERFACE_INFO_GEV_MAC_ADDRESS), MacText);
 }
 
 Handle OpenInterface(const Producer& producer, GenTL::TL_HANDLE hSystem, const std::string& id)

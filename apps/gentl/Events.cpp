@@ -7,11 +7,11 @@
 #include "gentl/Failure.h"
 #include "gentl/Features.h"
 #include "gentl/Interrupt.h"
+#include "gentl/Numbers.h"
 #include "gentl/Unzip.h"
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
 #include <iostream>
 
 namespace Tool {
@@ -44,13 +44,6 @@ std::uint64_t Field(const Bytes& bytes, std::size_t offset, std::size_t size)
         value = value << 8 | bytes[offset + i];
     }
     return value;
-}
-
-std::string Format(const char* format, std::uint64_t value)
-{
-    char text[32];
-    std::snprintf(text, sizeof text, format, static_cast<unsigned long long>(value));
-    return text;
 }
 
 /// Rows of 16 bytes, each behind the offset of its first in the data.

@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <iostream>
 #include <set>
 
@@ -22,40 +21,16 @@ namespace {
 constexpr std::size_t kNameWidth = 42;
 constexpr std::size_t kDeepestCategory = 40;
 
-std::string Address(std::uint64_t value)
-{
-    const in_addr address{htonl(static_cast<std::uint32_t>(value))};
-    char text[INET_ADDRSTRLEN] = {};
-    inet_ntop(AF_INET, &address, text, sizeof text);
-    return text;
-}
-
-std::string Format(const char* format, std::uint64_t value)
-{
-    char text[32];
-    std::snprintf(text, sizeof text, format, static_cast<unsigned long long>(value));
-    return text;
-}
-
-std::string Mac(std::uint64_t value)
-{
-    std::string text;
-    for (int shift = 40; shift >= 0; shift -= 8) {
-        text += (text.empty() ? "" : ":") + Format("%02llX", value >> shift & 0xFF);
-    }
-    return text;
-}
-
 std::string IntegerText(Description& description, const std::string& feature)
 {
     const std::int64_t value = description.GetInteger(feature);
     const auto bits = static_cast<std::uint64_t>(value);
     const std::string representation = description.Representation(feature);
     if (representation == "IPV4Address") {
-        return Address(bits);
+        return IpText(bits);
     }
     if (representation == "MACAddress") {
-        return Mac(bits);
+        return MacText(bits);
     }
     return representation == "HexNumber" ? Format("0x%llX", bits) : std::to_string(value);
 }
@@ -66,18 +41,10 @@ std::int64_t ParseNumber(const std::string& text)
     if (inet_pton(AF_INET, text.c_str(), &address) == 1) {
         return ntohl(address.s_addr);
     }
-    std::size_t end = 0;
-    long long value = 0;
-    try {
-        const bool isHex = text.rfind("0x", 0) == 0 || text.rfind("0X", 0) == 0;
-        value = isHex ? static_cast<long long>(std::stoull(text, &end, 16)) : std::stoll(text, &end);
-    } catch (const std::logic_error&) {
-        end = 0;
+    if (const std::optional<std::int64_t> value = ToInteger(text)) {
+        return *value;
     }
-    if (text.empty() || end != text.size()) {
-        throw Failure("\"" + text + "\" is no number", "Numbers are written as 16, 0x10 or 192.168.1.1.");
-    }
-    return value;
+    throw Failure("\"" + text + "\" is no number", "Numbers are written as 16, 0x10 or 192.168.1.1.");
 }
 
 double ParseFloat(const std::string& text)

@@ -4,6 +4,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <limits>
 
 namespace Tool {
@@ -14,11 +15,14 @@ bool IsHex(const std::string& text)
     return text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
 }
 
-void CheckIsRead(const std::string& text, const std::from_chars_result& result, const char* kind)
+bool IsRead(const std::string& text, const std::from_chars_result& result)
 {
-    if (result.ec != std::errc() || result.ptr != text.data() + text.size()) {
-        throw Failure("\"" + text.substr(0, 80) + "\" is no " + kind);
-    }
+    return result.ec == std::errc() && result.ptr == text.data() + text.size();
+}
+
+Failure Unreadable(const std::string& text, const char* kind)
+{
+    return Failure("\"" + text.substr(0, 80) + "\" is no " + kind);
 }
 
 /// std::from_chars takes no plus sign.
@@ -29,17 +33,24 @@ const char* BehindPlus(const std::string& text)
 
 }  // namespace
 
-std::int64_t ParseInteger(const std::string& text)
+std::optional<std::int64_t> ToInteger(const std::string& text)
 {
     const char* end = text.data() + text.size();
-    if (IsHex(text)) {
-        std::uint64_t bits = 0;
-        CheckIsRead(text, std::from_chars(text.data() + 2, end, bits, 16), "integer");
-        return static_cast<std::int64_t>(bits);
-    }
+    std::uint64_t bits = 0;
     std::int64_t value = 0;
-    CheckIsRead(text, std::from_chars(BehindPlus(text), end, value), "integer");
-    return value;
+    if (IsHex(text)) {
+        const bool isRead = IsRead(text, std::from_chars(text.data() + 2, end, bits, 16));
+        return isRead ? std::optional(static_cast<std::int64_t>(bits)) : std::nullopt;
+    }
+    return IsRead(text, std::from_chars(BehindPlus(text), end, value)) ? std::optional(value) : std::nullopt;
+}
+
+std::int64_t ParseInteger(const std::string& text)
+{
+    if (const std::optional<std::int64_t> value = ToInteger(text)) {
+        return *value;
+    }
+    throw Unreadable(text, "integer");
 }
 
 double ParseReal(const std::string& text)
@@ -48,7 +59,9 @@ double ParseReal(const std::string& text)
         return static_cast<double>(ParseInteger(text));
     }
     double value = 0;
-    CheckIsRead(text, std::from_chars(BehindPlus(text), text.data() + text.size(), value), "number");
+    if (!IsRead(text, std::from_chars(BehindPlus(text), text.data() + text.size(), value))) {
+        throw Unreadable(text, "number");
+    }
     return value;
 }
 
@@ -73,6 +86,31 @@ std::int64_t Rounded(double value)
         throw Failure("the value " + RealText(value) + " is no 64-bit integer");
     }
     return std::llround(value);
+}
+
+std::string Format(const char* format, std::uint64_t value)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, format, static_cast<unsigned long long>(value));
+    return text;
+}
+
+std::string IpText(std::uint64_t address)
+{
+    std::string text;
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        text += (text.empty() ? "" : ".") + std::to_string(address >> shift & 0xFF);
+    }
+    return text;
+}
+
+std::string MacText(std::uint64_t address)
+{
+    std::string text;
+    for (int shift = 40; shift >= 0; shift -= 8) {
+        text += (text.empty() ? "" : ":") + Format("%02llX", address >> shift & 0xFF);
+    }
+    return text;
 }
 
 }  // namespace Tool

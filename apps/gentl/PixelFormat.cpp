@@ -1,9 +1,9 @@
 #include "gentl/PixelFormat.h"
 
 #include "gentl/Failure.h"
+#include "gentl/Numbers.h"
 
 #include <algorithm>
-#include <cstdio>
 
 namespace Tool {
 namespace {
@@ -121,9 +121,7 @@ std::string PixelFormatName(std::uint64_t code)
     if (const PixelFormat* pFormat = FindPixelFormat(code)) {
         return pFormat->name;
     }
-    char text[32];
-    std::snprintf(text, sizeof text, "pixel format 0x%08llX", static_cast<unsigned long long>(code));
-    return text;
+    return Format("pixel format 0x%08llX", code);
 }
 
 std::uint64_t CheckedSize(const PixelFormat& format, const Image& image)

@@ -1,10 +1,9 @@
 #include "gentl/RegisterAccess.h"
 
 #include "gentl/Failure.h"
+#include "gentl/Numbers.h"
 
 #include <algorithm>
-#include <charconv>
-#include <cstdio>
 
 namespace Tool {
 namespace {
@@ -14,17 +13,7 @@ constexpr std::size_t kWordSize = 4;
 
 std::string AddressText(std::uint64_t address)
 {
-    char text[24];
-    std::snprintf(text, sizeof text, "0x%08llX", static_cast<unsigned long long>(address));
-    return text;
-}
-
-bool ParseNumber(const std::string& text, std::uint64_t& value)
-{
-    const bool isHex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
-    const char* end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data() + (isHex ? 2 : 0), end, value, isHex ? 16 : 10);
-    return error == std::errc() && stop == end;
+    return Format("0x%08llX", address);
 }
 
 }  // namespace
@@ -32,14 +21,13 @@ bool ParseNumber(const std::string& text, std::uint64_t& value)
 RegisterWrite ParseRegisterWrite(const std::string& text)
 {
     const std::size_t sign = text.find('=');
-    std::uint64_t address = 0;
-    std::uint64_t value = 0;
-    if (sign == std::string::npos || !ParseNumber(text.substr(0, sign), address) ||
-        !ParseNumber(text.substr(sign + 1), value) || value > 0xFFFFFFFF) {
+    const std::int64_t address = ToInteger(text.substr(0, sign)).value_or(-1);
+    const std::int64_t value = sign == std::string::npos ? -1 : ToInteger(text.substr(sign + 1)).value_or(-1);
+    if (address < 0 || value < 0 || value > 0xFFFFFFFF) {
         throw Failure("\"" + text + "\" isn't a register's address, =, and a 32-bit value",
                       "Write numbers as 4096 or as 0x1000, such as 0x20014=1.");
     }
-    return {address, static_cast<std::uint32_t>(value)};
+    return {static_cast<std::uint64_t>(address), static_cast<std::uint32_t>(value)};
 }
 
 RegisterAccess::RegisterAccess(const Producer& producer, GenTL::PORT_HANDLE hPort)
