@@ -13,61 +13,45 @@ namespace GenTL {
 namespace {
 
 constexpr int kEndianessMechanism = 1001;  // custom DEVICE_INFO command
-constexpr long kGigEVision = 0;
-constexpr int kNotAvailable = 0;
-constexpr unsigned long kStreamIdSize = 512;
 
 }  // namespace
 
-int DeviceRegImpl::Info(int command, void* pBuffer, unsigned long* piSize)
-{
-    int type = 0;
-    return m_pDevice->GetInfo(command, &type, pBuffer, piSize);
-}
-
-template <typename Value>
-int DeviceRegImpl::Answer(const Value& value, void* pBuffer, unsigned long* piSize) const
-{
-    int type = 0;
-    return m_info.SetInfo(value, &type, pBuffer, piSize);
-}
-
 int DeviceRegImpl::GetDeviceID(void* pBuffer, unsigned long* piSize)
 {
-    return Info(DEVICE_INFO_ID, pBuffer, piSize);
+    return ReadInfo(*m_pDevice, DEVICE_INFO_ID, pBuffer, piSize);
 }
 int DeviceRegImpl::GetDeviceSerialNumber(void* pBuffer, unsigned long* piSize)
 {
-    return Info(DEVICE_INFO_SERIAL_NUMBER, pBuffer, piSize);
+    return ReadInfo(*m_pDevice, DEVICE_INFO_SERIAL_NUMBER, pBuffer, piSize);
 }
 int DeviceRegImpl::GetDeviceUserID(void* pBuffer, unsigned long* piSize)
 {
-    return Info(DEVICE_INFO_USER_DEFINED_NAME, pBuffer, piSize);
+    return ReadInfo(*m_pDevice, DEVICE_INFO_USER_DEFINED_NAME, pBuffer, piSize);
 }
 int DeviceRegImpl::GetDeviceVendorName(void* pBuffer, unsigned long* piSize)
 {
-    return Info(DEVICE_INFO_VENDOR, pBuffer, piSize);
+    return ReadInfo(*m_pDevice, DEVICE_INFO_VENDOR, pBuffer, piSize);
 }
 int DeviceRegImpl::GetDeviceModelName(void* pBuffer, unsigned long* piSize)
 {
-    return Info(DEVICE_INFO_MODEL, pBuffer, piSize);
+    return ReadInfo(*m_pDevice, DEVICE_INFO_MODEL, pBuffer, piSize);
 }
 int DeviceRegImpl::GetDeviceVersion(void* pBuffer, unsigned long* piSize)
 {
-    return Info(DEVICE_INFO_VERSION, pBuffer, piSize);
+    return ReadInfo(*m_pDevice, DEVICE_INFO_VERSION, pBuffer, piSize);
 }
 int DeviceRegImpl::GetDeviceType_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Answer(kGigEVision, pBuffer, piSize);
+    return ReadValue(m_info, kGigEVision, pBuffer, piSize);
 }
 int DeviceRegImpl::GetDeviceDisplayName(void* pBuffer, unsigned long* piSize)
 {
-    return Info(DEVICE_INFO_DISPLAYNAME, pBuffer, piSize);
+    return ReadInfo(*m_pDevice, DEVICE_INFO_DISPLAYNAME, pBuffer, piSize);
 }
 
 int DeviceRegImpl::GetDeviceAccessStatus_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(DEVICE_INFO_ACCESS_STATUS, pBuffer, piSize);
+    return ReadInfo(*m_pDevice, DEVICE_INFO_ACCESS_STATUS, pBuffer, piSize);
 }
 
 int DeviceRegImpl::SetDeviceAccessStatus_Reg(const void* pBuffer, unsigned long* piSize)
@@ -77,7 +61,7 @@ int DeviceRegImpl::SetDeviceAccessStatus_Reg(const void* pBuffer, unsigned long*
 
 int DeviceRegImpl::GetDeviceEndianessMechanism_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(kEndianessMechanism, pBuffer, piSize);
+    return ReadInfo(*m_pDevice, kEndianessMechanism, pBuffer, piSize);
 }
 
 int DeviceRegImpl::SetDeviceEndianessMechanism_Reg(const void* pBuffer, unsigned long* piSize)
@@ -87,15 +71,15 @@ int DeviceRegImpl::SetDeviceEndianessMechanism_Reg(const void* pBuffer, unsigned
 
 int DeviceRegImpl::GetGevDeviceIPAddress_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(DEVICE_INFO_GEV_IP_ADDRESS, pBuffer, piSize);
+    return ReadInfo(*m_pDevice, DEVICE_INFO_GEV_IP_ADDRESS, pBuffer, piSize);
 }
 int DeviceRegImpl::GetGevDeviceSubnetMask_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(DEVICE_INFO_GEV_SUBNET_MASK, pBuffer, piSize);
+    return ReadInfo(*m_pDevice, DEVICE_INFO_GEV_SUBNET_MASK, pBuffer, piSize);
 }
 int DeviceRegImpl::GetGevDeviceMACAddress_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(DEVICE_INFO_GEV_MAC_ADDRESS, pBuffer, piSize);
+    return ReadInfo(*m_pDevice, DEVICE_INFO_GEV_MAC_ADDRESS, pBuffer, piSize);
 }
 int DeviceRegImpl::GetGevDeviceGateway_Reg(void*, unsigned long*)
 {
@@ -103,12 +87,12 @@ int DeviceRegImpl::GetGevDeviceGateway_Reg(void*, unsigned long*)
 }
 int DeviceRegImpl::GetGevDeviceGateway_Available_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Answer(kNotAvailable, pBuffer, piSize);
+    return ReadValue(m_info, kNotAvailable, pBuffer, piSize);
 }
 
 int DeviceRegImpl::GetStreamSelector_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Answer(m_streamSelector, pBuffer, piSize);
+    return ReadValue(m_info, m_streamSelector, pBuffer, piSize);
 }
 
 int DeviceRegImpl::SetStreamSelector_Reg(const void* pBuffer, unsigned long* piSize)
@@ -133,18 +117,18 @@ int DeviceRegImpl::SetStreamSelector_Reg(const void* pBuffer, unsigned long* piS
 
 int DeviceRegImpl::GetStreamID(void* pBuffer, unsigned long* piSize)
 {
-    char id[kStreamIdSize] = {};
+    char id[kTextLength] = {};
     unsigned long size = sizeof id;
     const auto index = static_cast<unsigned int>(m_streamSelector);
     if (const int code = m_pDevice->GetDataStreamID(index, id, &size); code != GC_ERR_SUCCESS) {
         return code;
     }
-    return Answer(std::string(id), pBuffer, piSize);
+    return ReadValue(m_info, std::string(id), pBuffer, piSize);
 }
 
 int DeviceRegImpl::GetStreamID_Available_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Answer(kNotAvailable, pBuffer, piSize);
+    return ReadValue(m_info, kNotAvailable, pBuffer, piSize);
 }
 
 int DeviceRegImpl::SetActionCommandFireCommand_Reg(const void*, unsigned long*)

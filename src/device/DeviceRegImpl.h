@@ -64,10 +64,6 @@ public:
     int SetActionCommandTargetIP_Reg(const void* pBuffer, unsigned long* piSize) override;
 
 private:
-    int Info(int command, void* pBuffer, unsigned long* piSize);
-    template <typename Value>
-    int Answer(const Value& value, void* pBuffer, unsigned long* piSize) const;
-
     Device* m_pDevice;
     long m_streamSelector = 0;
     InfoUtility m_info;

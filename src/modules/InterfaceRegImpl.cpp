@@ -2,6 +2,7 @@
 
 #include "frame/Error.h"
 #include "modules/Interface.h"
+#include "modules/RegisterField.h"
 #include "xml/LocalXml.h"
 
 #include <cstring>
@@ -9,29 +10,13 @@
 namespace GenTL {
 namespace {
 
-constexpr long kGigEVision = 0;
-constexpr int kNotAvailable = 0;
-constexpr unsigned long kIdSize = 512;
 constexpr unsigned long kDiscoveryMs = 100;
 
 }  // namespace
 
-int InterfaceRegImpl::Info(int command, void* pBuffer, unsigned long* piSize)
-{
-    int type = 0;
-    return m_pInterface->GetInfo(command, &type, pBuffer, piSize);
-}
-
-template <typename Value>
-int InterfaceRegImpl::Answer(const Value& value, void* pBuffer, unsigned long* piSize) const
-{
-    int type = 0;
-    return m_info.SetInfo(value, &type, pBuffer, piSize);
-}
-
 int InterfaceRegImpl::SelectedDeviceInfo(int command, void* pBuffer, unsigned long* piSize)
 {
-    char id[kIdSize] = {};
+    char id[kTextLength] = {};
     unsigned long size = sizeof id;
     const int code = m_pInterface->GetDeviceID(m_deviceSelector.Index(), id, &size);
     if (code != GC_ERR_SUCCESS) {
@@ -46,22 +31,22 @@ int InterfaceRegImpl::AnswerIsDeviceSelected(void* pBuffer, unsigned long* piSiz
     unsigned int count = 0;
     const bool selected =
         m_pInterface->GetNumDevices(&count) == GC_ERR_SUCCESS && m_deviceSelector.IsWithin(count);
-    return Answer(static_cast<int>(selected), pBuffer, piSize);
+    return ReadValue(m_info, static_cast<int>(selected), pBuffer, piSize);
 }
 
 int InterfaceRegImpl::GetInterfaceID(void* pBuffer, unsigned long* piSize)
 {
-    return Info(INTERFACE_INFO_ID, pBuffer, piSize);
+    return ReadInfo(*m_pInterface, INTERFACE_INFO_ID, pBuffer, piSize);
 }
 
 int InterfaceRegImpl::GetInterfaceDisplayName(void* pBuffer, unsigned long* piSize)
 {
-    return Info(INTERFACE_INFO_DISPLAYNAME, pBuffer, piSize);
+    return ReadInfo(*m_pInterface, INTERFACE_INFO_DISPLAYNAME, pBuffer, piSize);
 }
 
 int InterfaceRegImpl::GetInterfaceType_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Answer(kGigEVision, pBuffer, piSize);
+    return ReadValue(m_info, kGigEVision, pBuffer, piSize);
 }
 
 int InterfaceRegImpl::GetGevInterfaceGatewaySelector_Reg(void*, unsigned long*)
@@ -76,7 +61,7 @@ int InterfaceRegImpl::SetGevInterfaceGatewaySelector_Reg(const void*, unsigned l
 
 int InterfaceRegImpl::GetGevInterfaceGatewaySelector_Available_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Answer(kNotAvailable, pBuffer, piSize);
+    return ReadValue(m_info, kNotAvailable, pBuffer, piSize);
 }
 
 int InterfaceRegImpl::GetGevInterfaceGateway_Reg(void*, unsigned long*)
@@ -86,12 +71,12 @@ int InterfaceRegImpl::GetGevInterfaceGateway_Reg(void*, unsigned long*)
 
 int InterfaceRegImpl::GetGevInterfaceGateway_Available_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Answer(kNotAvailable, pBuffer, piSize);
+    return ReadValue(m_info, kNotAvailable, pBuffer, piSize);
 }
 
 int InterfaceRegImpl::GetGevInterfaceMACAddress_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(INTERFACE_INFO_GEV_MAC_ADDRESS, pBuffer, piSize);
+    return ReadInfo(*m_pInterface, INTERFACE_INFO_GEV_MAC_ADDRESS, pBuffer, piSize);
 }
 
 int InterfaceRegImpl::GetGevInterfaceSubnetSelector_Reg(void*, unsigned long*)
@@ -106,17 +91,17 @@ int InterfaceRegImpl::SetGevInterfaceSubnetSelector_Reg(const void*, unsigned lo
 
 int InterfaceRegImpl::GetGevInterfaceSubnetSelector_Available_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Answer(kNotAvailable, pBuffer, piSize);
+    return ReadValue(m_info, kNotAvailable, pBuffer, piSize);
 }
 
 int InterfaceRegImpl::GetGevInterfaceSubnetIPAddress_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(INTERFACE_INFO_GEV_SUBNET_IP_ADDRESS, pBuffer, piSize);
+    return ReadInfo(*m_pInterface, INTERFACE_INFO_GEV_SUBNET_IP_ADDRESS, pBuffer, piSize);
 }
 
 int InterfaceRegImpl::GetGevInterfaceSubnetMask_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(INTERFACE_INFO_GEV_SUBNET_MASK, pBuffer, piSize);
+    return ReadInfo(*m_pInterface, INTERFACE_INFO_GEV_SUBNET_MASK, pBuffer, piSize);
 }
 
 int InterfaceRegImpl::SetInterfaceDeviceUpdateList_Reg(const void*, unsigned long*)
@@ -127,7 +112,7 @@ int InterfaceRegImpl::SetInterfaceDeviceUpdateList_Reg(const void*, unsigned lon
 
 int InterfaceRegImpl::GetInterfaceDeviceSelector_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Answer(long{m_deviceSelector.Value()}, pBuffer, piSize);
+    return ReadValue(m_info, long{m_deviceSelector.Value()}, pBuffer, piSize);
 }
 
 int InterfaceRegImpl::SetInterfaceDeviceSelector_Reg(const void* pBuffer, unsigned long* piSize)
@@ -141,7 +126,7 @@ int InterfaceRegImpl::SetInterfaceDeviceSelector_Reg(const void* pBuffer, unsign
 
 int InterfaceRegImpl::GetInterfaceDeviceSelector_Min_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Answer(0, pBuffer, piSize);
+    return ReadValue(m_info, 0, pBuffer, piSize);
 }
 
 int InterfaceRegImpl::GetInterfaceDeviceSelector_Max_Reg(void* pBuffer, unsigned long* piSize)
@@ -150,7 +135,7 @@ int InterfaceRegImpl::GetInterfaceDeviceSelector_Max_Reg(void* pBuffer, unsigned
     if (const int code = m_pInterface->GetNumDevices(&count); code != GC_ERR_SUCCESS) {
         return code;
     }
-    return Answer(IndexSelector::Highest(count), pBuffer, piSize);
+    return ReadValue(m_info, IndexSelector::Highest(count), pBuffer, piSize);
 }
 
 int InterfaceRegImpl::GetInterfaceDeviceID(void* pBuffer, unsigned long* piSize)
@@ -190,7 +175,7 @@ int InterfaceRegImpl::GetInterfaceDeviceAccessStatus_Reg(void* pBuffer, unsigned
 
 int InterfaceRegImpl::GetInterfaceDeviceAccessStatus_Available_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Answer(kNotAvailable, pBuffer, piSize);
+    return ReadValue(m_info, kNotAvailable, pBuffer, piSize);
 }
 
 int InterfaceRegImpl::GetInterfaceDeviceSerialNumber(void* pBuffer, unsigned long* piSize)

@@ -58,9 +58,6 @@ public:
     int GetLocalTLXML_Reg(void* pBuffer, unsigned long* piSize) override;
 
 private:
-    int Info(int command, void* pBuffer, unsigned long* piSize);
-    template <typename Value>
-    int Answer(const Value& value, void* pBuffer, unsigned long* piSize) const;
     int SelectedDeviceInfo(int command, void* pBuffer, unsigned long* piSize);
     int AnswerIsDeviceSelected(void* pBuffer, unsigned long* piSize) const;
 

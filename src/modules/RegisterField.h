@@ -1,7 +1,8 @@
-/// A module's field as a register: the module's getter or setter behind a consumer's buffer.
+/// What the registers of all modules answer with: a field of the module, one of its info values, or a value.
 #pragma once
 
 #include "frame/GenTL.h"
+#include "frame/InfoUtility.h"
 
 #include <cstring>
 
@@ -44,5 +45,25 @@ int WriteField(Module& module,
     std::memcpy(&value, pBuffer, sizeof value);
     return (module.*set)(&value);
 }
+
+/// The module's answer to an info command.
+template <typename Module>
+int ReadInfo(Module& module, int command, void* pBuffer, unsigned long* piSize)
+{
+    int type = 0;
+    return module.GetInfo(command, &type, pBuffer, piSize);
+}
+
+/// The value's type is one of those that InfoUtility has an overload for.
+template <typename Value>
+int ReadValue(const InfoUtility& info, const Value& value, void* pBuffer, unsigned long* piSize)
+{
+    int type = 0;
+    return info.SetInfo(value, &type, pBuffer, piSize);
+}
+
+// Values of several maps.
+inline constexpr long kGigEVision = 0;
+inline constexpr int kNotAvailable = 0;
 
 }  // namespace GenTL

@@ -7,6 +7,10 @@
 
 namespace GenTL {
 
+// Bytes, of almost all registers.
+inline constexpr unsigned long kTextLength = 512;
+inline constexpr unsigned long kNumberLength = 8;
+
 /// One register of Map, an abstract class with one virtual accessor per row and direction. A null accessor is
 /// a direction that the register's access mode forbids.
 template <typename Map>

@@ -14,11 +14,8 @@
 namespace GenTL {
 namespace {
 
-constexpr long kGigEVision = 0;
 constexpr long kSfncVersion[] = {1, 1, 1};
 constexpr long kGevVersion[] = {2, 0};
-constexpr int kNotAvailable = 0;
-constexpr unsigned long kIdSize = 512;
 constexpr unsigned long kUpdateTimeoutMs = 100;
 constexpr std::uint64_t kNumberSize = 8;
 
@@ -53,22 +50,9 @@ std::uint64_t TakeNumber(const void* pBuffer)
 
 }  // namespace
 
-int SystemRegImpl::Info(int command, void* pBuffer, unsigned long* piSize)
-{
-    int type = 0;
-    return m_pSystem->GetInfo(command, &type, pBuffer, piSize);
-}
-
-template <typename Value>
-int SystemRegImpl::Answer(const Value& value, void* pBuffer, unsigned long* piSize) const
-{
-    int type = 0;
-    return m_info.SetInfo(value, &type, pBuffer, piSize);
-}
-
 int SystemRegImpl::SelectedInterfaceInfo(int command, void* pBuffer, unsigned long* piSize)
 {
-    char id[kIdSize] = {};
+    char id[kTextLength] = {};
     unsigned long size = sizeof id;
     const int code = m_pSystem->GetInterfaceID(m_interfaceSelector.Index(), id, &size);
     if (code != GC_ERR_SUCCESS) {
@@ -80,77 +64,77 @@ int SystemRegImpl::SelectedInterfaceInfo(int command, void* pBuffer, unsigned lo
 
 int SystemRegImpl::GetTLID(void* pBuffer, unsigned long* piSize)
 {
-    return Info(TL_INFO_ID, pBuffer, piSize);
+    return ReadInfo(*m_pSystem, TL_INFO_ID, pBuffer, piSize);
 }
 
 int SystemRegImpl::GetTLVendorName(void* pBuffer, unsigned long* piSize)
 {
-    return Info(TL_INFO_VENDOR, pBuffer, piSize);
+    return ReadInfo(*m_pSystem, TL_INFO_VENDOR, pBuffer, piSize);
 }
 
 int SystemRegImpl::GetTLModelName(void* pBuffer, unsigned long* piSize)
 {
-    return Info(TL_INFO_MODEL, pBuffer, piSize);
+    return ReadInfo(*m_pSystem, TL_INFO_MODEL, pBuffer, piSize);
 }
 
 int SystemRegImpl::GetTLVersion(void* pBuffer, unsigned long* piSize)
 {
-    return Info(TL_INFO_VERSION, pBuffer, piSize);
+    return ReadInfo(*m_pSystem, TL_INFO_VERSION, pBuffer, piSize);
 }
 
 int SystemRegImpl::GetTLFileName(void* pBuffer, unsigned long* piSize)
 {
-    return Info(TL_INFO_NAME, pBuffer, piSize);
+    return ReadInfo(*m_pSystem, TL_INFO_NAME, pBuffer, piSize);
 }
 
 int SystemRegImpl::GetTLDisplayName(void* pBuffer, unsigned long* piSize)
 {
-    return Info(TL_INFO_DISPLAYNAME, pBuffer, piSize);
+    return ReadInfo(*m_pSystem, TL_INFO_DISPLAYNAME, pBuffer, piSize);
 }
 
 int SystemRegImpl::GetTLPath(void* pBuffer, unsigned long* piSize)
 {
-    return Info(TL_INFO_PATHNAME, pBuffer, piSize);
+    return ReadInfo(*m_pSystem, TL_INFO_PATHNAME, pBuffer, piSize);
 }
 
 int SystemRegImpl::GetTLType_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Answer(kGigEVision, pBuffer, piSize);
+    return ReadValue(m_info, kGigEVision, pBuffer, piSize);
 }
 
 int SystemRegImpl::GetGenTLVersionMajor_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(TL_INFO_GENTL_VER_MAJOR, pBuffer, piSize);
+    return ReadInfo(*m_pSystem, TL_INFO_GENTL_VER_MAJOR, pBuffer, piSize);
 }
 
 int SystemRegImpl::GetGenTLVersionMinor_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(TL_INFO_GENTL_VER_MINOR, pBuffer, piSize);
+    return ReadInfo(*m_pSystem, TL_INFO_GENTL_VER_MINOR, pBuffer, piSize);
 }
 
 int SystemRegImpl::GetGenTLSFNCVersionMajor_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Answer(kSfncVersion[0], pBuffer, piSize);
+    return ReadValue(m_info, kSfncVersion[0], pBuffer, piSize);
 }
 
 int SystemRegImpl::GetGenTLSFNCVersionMinor_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Answer(kSfncVersion[1], pBuffer, piSize);
+    return ReadValue(m_info, kSfncVersion[1], pBuffer, piSize);
 }
 
 int SystemRegImpl::GetGenTLSFNCVersionSubMinor_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Answer(kSfncVersion[2], pBuffer, piSize);
+    return ReadValue(m_info, kSfncVersion[2], pBuffer, piSize);
 }
 
 int SystemRegImpl::GetGevVersionMajor_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Answer(kGevVersion[0], pBuffer, piSize);
+    return ReadValue(m_info, kGevVersion[0], pBuffer, piSize);
 }
 
 int SystemRegImpl::GetGevVersionMinor_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Answer(kGevVersion[1], pBuffer, piSize);
+    return ReadValue(m_info, kGevVersion[1], pBuffer, piSize);
 }
 
 int SystemRegImpl::SetInterfaceUpdateList_Reg(const void*, unsigned long*)
@@ -161,7 +145,7 @@ int SystemRegImpl::SetInterfaceUpdateList_Reg(const void*, unsigned long*)
 
 int SystemRegImpl::GetInterfaceSelector_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Answer(long{m_interfaceSelector.Value()}, pBuffer, piSize);
+    return ReadValue(m_info, long{m_interfaceSelector.Value()}, pBuffer, piSize);
 }
 
 int SystemRegImpl::SetInterfaceSelector_Reg(const void* pBuffer, unsigned long* piSize)
@@ -175,7 +159,7 @@ int SystemRegImpl::SetInterfaceSelector_Reg(const void* pBuffer, unsigned long* 
 
 int SystemRegImpl::GetInterfaceSelector_Min_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Answer(0, pBuffer, piSize);
+    return ReadValue(m_info, 0, pBuffer, piSize);
 }
 
 int SystemRegImpl::GetInterfaceSelector_Max_Reg(void* pBuffer, unsigned long* piSize)
@@ -184,18 +168,18 @@ int SystemRegImpl::GetInterfaceSelector_Max_Reg(void* pBuffer, unsigned long* pi
     if (const int code = m_pSystem->GetNumInterfaces(&count); code != GC_ERR_SUCCESS) {
         return code;
     }
-    return Answer(IndexSelector::Highest(count), pBuffer, piSize);
+    return ReadValue(m_info, IndexSelector::Highest(count), pBuffer, piSize);
 }
 
 int SystemRegImpl::GetInterfaceID(void* pBuffer, unsigned long* piSize)
 {
-    char id[kIdSize] = {};
+    char id[kTextLength] = {};
     unsigned long size = sizeof id;
     const int code = m_pSystem->GetInterfaceID(m_interfaceSelector.Index(), id, &size);
     if (code != GC_ERR_SUCCESS) {
         return code;
     }
-    return Answer(std::string(id), pBuffer, piSize);
+    return ReadValue(m_info, std::string(id), pBuffer, piSize);
 }
 
 int SystemRegImpl::GetInterfaceID_Available_Reg(void* pBuffer, unsigned long* piSize)
@@ -203,7 +187,7 @@ int SystemRegImpl::GetInterfaceID_Available_Reg(void* pBuffer, unsigned long* pi
     unsigned int count = 0;
     const bool selected =
         m_pSystem->GetNumInterfaces(&count) == GC_ERR_SUCCESS && m_interfaceSelector.IsWithin(count);
-    return Answer(static_cast<int>(selected), pBuffer, piSize);
+    return ReadValue(m_info, static_cast<int>(selected), pBuffer, piSize);
 }
 
 int SystemRegImpl::GetGevInterfaceMACAddress_Reg(void* pBuffer, unsigned long* piSize)
@@ -213,7 +197,7 @@ int SystemRegImpl::GetGevInterfaceMACAddress_Reg(void* pBuffer, unsigned long* p
 
 int SystemRegImpl::GetGevInterfaceMACAddress_Available_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Answer(kNotAvailable, pBuffer, piSize);
+    return ReadValue(m_info, kNotAvailable, pBuffer, piSize);
 }
 
 int SystemRegImpl::GetGevInterfaceDefaultIPAddress_Reg(void* pBuffer, unsigned long* piSize)
@@ -223,7 +207,7 @@ int SystemRegImpl::GetGevInterfaceDefaultIPAddress_Reg(void* pBuffer, unsigned l
 
 int SystemRegImpl::GetGevInterfaceDefaultIPAddress_Available_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Answer(kNotAvailable, pBuffer, piSize);
+    return ReadValue(m_info, kNotAvailable, pBuffer, piSize);
 }
 
 int SystemRegImpl::GetGevInterfaceDefaultSubnetMask_Reg(void* pBuffer, unsigned long* piSize)
@@ -233,7 +217,7 @@ int SystemRegImpl::GetGevInterfaceDefaultSubnetMask_Reg(void* pBuffer, unsigned 
 
 int SystemRegImpl::GetGevInterfaceDefaultSubnetMask_Available_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Answer(kNotAvailable, pBuffer, piSize);
+    return ReadValue(m_info, kNotAvailable, pBuffer, piSize);
 }
 
 int SystemRegImpl::SetActionCommandFireCommand_Reg(const void*, unsigned long*)

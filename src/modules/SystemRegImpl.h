@@ -72,9 +72,6 @@ public:
     int GetLocalTLXML_Reg(void* pBuffer, unsigned long* piSize) override;
 
 private:
-    int Info(int command, void* pBuffer, unsigned long* piSize);
-    template <typename Value>
-    int Answer(const Value& value, void* pBuffer, unsigned long* piSize) const;
     /// What a closed interface can't tell.
     int SelectedInterfaceInfo(int command, void* pBuffer, unsigned long* piSize);
 

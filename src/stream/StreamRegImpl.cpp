@@ -2,6 +2,7 @@
 
 #include "frame/Error.h"
 #include "log/GLogger.h"
+#include "modules/RegisterField.h"
 #include "stream/DataStream.h"
 #include "xml/LocalXml.h"
 
@@ -12,15 +13,8 @@ namespace GenTL {
 namespace {
 
 constexpr int kInterPacketExpiry = 1009;  // info command, answered by no stream
-constexpr long kGigEVision = 0;
 
 }  // namespace
-
-int StreamRegImpl::Info(int command, void* pBuffer, unsigned long* piSize)
-{
-    int type = 0;
-    return m_pStream->GetInfo(command, &type, pBuffer, piSize);
-}
 
 int StreamRegImpl::CheckStopped(const char* refusal)
 {
@@ -51,20 +45,19 @@ int StreamRegImpl::SetSwitch(int command, const void* pBuffer, const unsigned lo
 
 int StreamRegImpl::GetStreamID(void* pBuffer, unsigned long* piSize)
 {
-    return Info(STREAM_INFO_ID, pBuffer, piSize);
+    return ReadInfo(*m_pStream, STREAM_INFO_ID, pBuffer, piSize);
 }
 int StreamRegImpl::GetStreamType_Reg(void* pBuffer, unsigned long* piSize)
 {
-    int type = 0;
-    return m_info.SetInfo(kGigEVision, &type, pBuffer, piSize);
+    return ReadValue(m_info, kGigEVision, pBuffer, piSize);
 }
 int StreamRegImpl::GetStreamAnnouncedBufferCount_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(STREAM_INFO_NUM_ANNOUNCED, pBuffer, piSize);
+    return ReadInfo(*m_pStream, STREAM_INFO_NUM_ANNOUNCED, pBuffer, piSize);
 }
 int StreamRegImpl::GetStreamBufferHandlingMode_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(STREAM_INFO_BUFFER_HANDLING_MODE, pBuffer, piSize);
+    return ReadInfo(*m_pStream, STREAM_INFO_BUFFER_HANDLING_MODE, pBuffer, piSize);
 }
 int StreamRegImpl::SetStreamBufferHandlingMode_Reg(const void* pBuffer, unsigned long* piSize)
 {
@@ -79,64 +72,64 @@ int StreamRegImpl::SetStreamBufferHandlingMode_Reg(const void* pBuffer, unsigned
 }
 int StreamRegImpl::GetStreamAnnounceBufferMinimum_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(STREAM_INFO_BUF_ANNOUNCE_MIN, pBuffer, piSize);
+    return ReadInfo(*m_pStream, STREAM_INFO_BUF_ANNOUNCE_MIN, pBuffer, piSize);
 }
 int StreamRegImpl::GetStreamDeliveredFrameCount_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(STREAM_INFO_NUM_DELIVERED, pBuffer, piSize);
+    return ReadInfo(*m_pStream, STREAM_INFO_NUM_DELIVERED, pBuffer, piSize);
 }
 int StreamRegImpl::GetStreamLostFrameCount_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(STREAM_INFO_NUM_UNDERRUN, pBuffer, piSize);
+    return ReadInfo(*m_pStream, STREAM_INFO_NUM_UNDERRUN, pBuffer, piSize);
 }
 int StreamRegImpl::GetStreamInputBufferCount_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(STREAM_INFO_NUM_QUEUED, pBuffer, piSize);
+    return ReadInfo(*m_pStream, STREAM_INFO_NUM_QUEUED, pBuffer, piSize);
 }
 int StreamRegImpl::GetStreamOutputBufferCount_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(STREAM_INFO_NUM_AWAIT_DELIVERY, pBuffer, piSize);
+    return ReadInfo(*m_pStream, STREAM_INFO_NUM_AWAIT_DELIVERY, pBuffer, piSize);
 }
 int StreamRegImpl::GetStreamStartedFrameCount_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(STREAM_INFO_NUM_ANNOUNCED, pBuffer, piSize);
+    return ReadInfo(*m_pStream, STREAM_INFO_NUM_ANNOUNCED, pBuffer, piSize);
 }
 int StreamRegImpl::GetPayloadSize_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(STREAM_INFO_PAYLOAD_SIZE, pBuffer, piSize);
+    return ReadInfo(*m_pStream, STREAM_INFO_PAYLOAD_SIZE, pBuffer, piSize);
 }
 int StreamRegImpl::GetStreamIsGrabbing_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(STREAM_INFO_IS_GRABBING, pBuffer, piSize);
+    return ReadInfo(*m_pStream, STREAM_INFO_IS_GRABBING, pBuffer, piSize);
 }
 int StreamRegImpl::GetStreamChunkCountMaximum_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(STREAM_INFO_NUM_CHUNKS_MAX, pBuffer, piSize);
+    return ReadInfo(*m_pStream, STREAM_INFO_NUM_CHUNKS_MAX, pBuffer, piSize);
 }
 int StreamRegImpl::GetStreamBufferAlignment_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(STREAM_INFO_BUF_ALIGNMENT, pBuffer, piSize);
+    return ReadInfo(*m_pStream, STREAM_INFO_BUF_ALIGNMENT, pBuffer, piSize);
 }
 int StreamRegImpl::GetStreamMissedImageCount_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(STREAM_INFO_MISSED_IMAGE_COUNT, pBuffer, piSize);
+    return ReadInfo(*m_pStream, STREAM_INFO_MISSED_IMAGE_COUNT, pBuffer, piSize);
 }
 int StreamRegImpl::GetStreamMissedPacketCount_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(STREAM_INFO_MISSED_PACKET_COUNT, pBuffer, piSize);
+    return ReadInfo(*m_pStream, STREAM_INFO_MISSED_PACKET_COUNT, pBuffer, piSize);
 }
 int StreamRegImpl::GetStreamCumulativeMissedImageCount_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(STREAM_INFO_TOTAL_MISSED_IMAGE_COUNT, pBuffer, piSize);
+    return ReadInfo(*m_pStream, STREAM_INFO_TOTAL_MISSED_IMAGE_COUNT, pBuffer, piSize);
 }
 int StreamRegImpl::GetStreamCumulativeIncompleteImageCount_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(STREAM_INFO_TOTAL_INCOMPLETE_IMAGE_COUNT, pBuffer, piSize);
+    return ReadInfo(*m_pStream, STREAM_INFO_TOTAL_INCOMPLETE_IMAGE_COUNT, pBuffer, piSize);
 }
 
 int StreamRegImpl::GetStreamPacketResendEnable_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(STREAM_INFO_PACKET_RESEND_ENABLE, pBuffer, piSize);
+    return ReadInfo(*m_pStream, STREAM_INFO_PACKET_RESEND_ENABLE, pBuffer, piSize);
 }
 int StreamRegImpl::SetStreamPacketResendEnable_Reg(const void* pBuffer, unsigned long* piSize)
 {
@@ -151,7 +144,7 @@ int StreamRegImpl::SetStreamPacketResendEnable_Reg(const void* pBuffer, unsigned
 }
 int StreamRegImpl::GetStreamAutoNegotiatePacketSize_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(STREAM_INFO_AUTO_PACKET_SIZE_ENABLE, pBuffer, piSize);
+    return ReadInfo(*m_pStream, STREAM_INFO_AUTO_PACKET_SIZE_ENABLE, pBuffer, piSize);
 }
 int StreamRegImpl::SetStreamAutoNegotiatePacketSize_Reg(const void* pBuffer, unsigned long* piSize)
 {
@@ -166,7 +159,7 @@ int StreamRegImpl::SetStreamAutoNegotiatePacketSize_Reg(const void* pBuffer, uns
 }
 int StreamRegImpl::GetStreamMaxNumResendRequestsPerImage_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(STREAM_INFO_MAX_RESEND_REQUESTS, pBuffer, piSize);
+    return ReadInfo(*m_pStream, STREAM_INFO_MAX_RESEND_REQUESTS, pBuffer, piSize);
 }
 int StreamRegImpl::SetStreamMaxNumResendRequestsPerImage_Reg(const void* pBuffer, unsigned long* piSize)
 {
@@ -181,7 +174,7 @@ int StreamRegImpl::SetStreamMaxNumResendRequestsPerImage_Reg(const void* pBuffer
 }
 int StreamRegImpl::GetStreamMulticastEnable_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(STREAM_INFO_MULTICAST_ENABLE, pBuffer, piSize);
+    return ReadInfo(*m_pStream, STREAM_INFO_MULTICAST_ENABLE, pBuffer, piSize);
 }
 int StreamRegImpl::SetStreamMulticastEnable_Reg(const void* pBuffer, unsigned long* piSize)
 {
@@ -196,7 +189,7 @@ int StreamRegImpl::GetLocalTLXML_Reg(void* pBuffer, unsigned long*)
 
 int StreamRegImpl::GetStreamInterPacketExpiry_Reg(void* pBuffer, unsigned long* piSize)
 {
-    return Info(kInterPacketExpiry, pBuffer, piSize);
+    return ReadInfo(*m_pStream, kInterPacketExpiry, pBuffer, piSize);
 }
 int StreamRegImpl::SetStreamInterPacketExpiry_Reg(const void* pBuffer, unsigned long* piSize)
 {

@@ -60,7 +60,6 @@ public:
     int SetStreamInterPacketExpiry_Reg(const void* pBuffer, unsigned long* piSize) override;
 
 private:
-    int Info(int command, void* pBuffer, unsigned long* piSize);
     /// Logs refusal and answers GC_ERR_RESOURCE_IN_USE while the stream grabs.
     int CheckStopped(const char* refusal);
     int Set(int command, int type, const void* pBuffer, const unsigned long* piSize);
