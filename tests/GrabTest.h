@@ -17,6 +17,8 @@
 #include <memory>
 #include <mutex>
 #include <random>
+#include <sstream>
+#include <string>
 #include <vector>
 
 namespace GenTL {
@@ -187,37 +189,33 @@ private:
 class AskedHal : public HALGev
 {
 public:
-    struct Request
-    {
-        std::uint64_t block;
-        std::uint32_t first, last;
-        bool extended;
-    };
-
     int SendPacketResend(void*, unsigned long block, unsigned first, unsigned last, bool isExtended) override
     {
-        const Request request{block, first, last, isExtended};
         {
             const std::lock_guard<std::mutex> lock(m_mutex);
-            m_requests.push_back(request);
+            m_asked += (m_asked.empty() ? "" : " ") + std::to_string(block) + ":" + std::to_string(first) +
+                       "-" + std::to_string(last) + (isExtended ? "x" : "");
         }
         if (answer) {
-            answer(request);
+            answer(block, first);
         }
         return GC_ERR_SUCCESS;
     }
-    std::vector<Request> Requests() const
+    /// As "block:first-last ...", an "x" behind those in extended form.
+    std::string Asked() const
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        return m_requests;
+        return m_asked;
     }
 
-    std::function<void(const Request&)> answer;
+    std::function<void(std::uint64_t block, std::uint32_t first)> answer;
 
 private:
     mutable std::mutex m_mutex;
-    std::vector<Request> m_requests;
+    std::string m_asked;
 };
+
+inline constexpr auto kNameOf = [](const auto& row) { return std::string(row.param.name); };
 
 /// A stream on a scripted HAL. Buffers are user memory between guard bytes. The header size of the process is
 /// that of the first run, so everything here is in standard form; extended runs get a process of their own.
@@ -277,17 +275,53 @@ protected:
             << "bytes behind the buffer were written";
         memory = Memory{};
     }
+    /// Scripts name packets by block and place, "3L" the leader of block 3, "3:5" and "3:5-7" its payload,
+    /// "3T" the trailer, "3*" all of it; "!" behind marks them as resent, "?" as failed, "@4=7" sets their
+    /// byte 4 to 7, "/7" cuts them to 7 bytes.
+    std::vector<Bytes> Packets(const std::string& script) const
+    {
+        std::vector<Bytes> packets;
+        std::istringstream words(script);
+        for (std::string word; words >> word;) {
+            AppendPackets(word, packets);
+        }
+        return packets;
+    }
     void Feed(const std::vector<Bytes>& datagrams) { hal->Feed(datagrams); }
     void FeedAndAwait(const std::vector<Bytes>& datagrams)
     {
         hal->Feed(datagrams);
         hal->AwaitDrained();
     }
+    void Run(const std::string& script) { FeedAndAwait(Packets(script)); }
     void* Next()
     {
         void* hBuffer = nullptr;
         EXPECT_EQ(GC_ERR_SUCCESS, stream->WaitOnNewBuffer(&hBuffer, 20000));
         return hBuffer;
+    }
+    /// A delivered image, as "block" when it is whole, else "block~bytes".
+    std::string Read(void* hBuffer) const
+    {
+        const std::uint64_t block = FrameId(hBuffer);
+        if (!IsIncomplete(hBuffer)) {
+            EXPECT_EQ(0U, WrongBytes(hBuffer, block));
+            return std::to_string(block);
+        }
+        const std::uint64_t filled = Of(hBuffer, BUFFER_INFO_SIZE_FILLED);
+        EXPECT_GE(kImageSize - std::min(filled, kImageSize), WrongBytes(hBuffer, block));
+        return std::to_string(block) + "~" + std::to_string(filled);
+    }
+    /// All that waits.
+    std::string ReadAll()
+    {
+        std::string all;
+        void* hBuffer = nullptr;
+        while (stream->WaitOnNewBuffer(&hBuffer, 0) == GC_ERR_SUCCESS) {
+            all += (all.empty() ? "" : " ") + Read(hBuffer);
+            ++buffersRead;
+        }
+        return all;
     }
     bool NothingWaits() const { return Info(STREAM_INFO_NUM_AWAIT_DELIVERY) == 0; }
 
@@ -334,10 +368,12 @@ protected:
         EXPECT_EQ(incomplete, Info(kTotalIncompleteImages));
     }
 
-    void SetMode(std::int64_t mode)
+    template <typename T>
+    void Set(int command, int type, T value)
     {
-        EXPECT_EQ(GC_ERR_SUCCESS, stream->SetInfo(kHandlingMode, INFO_DATATYPE_INT64, &mode, sizeof mode));
+        EXPECT_EQ(GC_ERR_SUCCESS, stream->SetInfo(command, type, &value, sizeof value));
     }
+    void SetMode(std::int64_t mode) { Set(kHandlingMode, INFO_DATATYPE_INT64, mode); }
     /// Packets of all kinds in both forms, cut short, with extreme ids and lengths: nothing outside the
     /// buffers is touched, and the next run is in step.
     void SurviveHostilePackets();
@@ -355,11 +391,43 @@ protected:
         void* hBuffer = nullptr;
     };
 
+    void AppendPackets(const std::string& word, std::vector<Bytes>& packets) const
+    {
+        std::istringstream parts(word);
+        std::uint64_t block = 0;
+        char kind = 0;
+        parts >> block >> kind;
+        std::size_t first = kind == 'T' ? kPackets + 1 : 0;
+        std::size_t last = kind == 'L' ? 0 : kPackets + 1;
+        if (kind == ':') {
+            parts >> first;
+            last = first;
+            if (parts.peek() == '-') {
+                parts.ignore() >> last;
+            }
+        }
+        char mark = 0, equals = 0;
+        std::size_t number = 0;  // a place in the packet, or its size
+        unsigned value = 0;
+        parts >> mark >> number >> equals >> value;
+        const std::vector<Bytes> image = sender.Image(block);
+        for (std::size_t i = first; i <= last; ++i) {
+            Bytes& packet = packets.emplace_back(image[i]);
+            if (mark == '/') {
+                packet.resize(number);
+            } else if (mark != 0) {
+                const unsigned status = mark == '!' ? 0x01 : 0x80;
+                packet[number] = static_cast<unsigned char>(mark == '@' ? value : status);
+            }
+        }
+    }
+
     AskedHal control;
     ScriptedHal* hal = nullptr;  // the stream's
     std::unique_ptr<DataStreamGev> stream;
     Sender sender;
     std::deque<Memory> memories;
+    std::uint64_t buffersRead = 0;
 };
 
 inline void Grab::SurviveHostilePackets()
@@ -404,7 +472,7 @@ inline void Grab::SurviveHostilePackets()
     Stop();
     EXPECT_EQ(GC_ERR_SUCCESS, stream->FlushQueue(ACQ_QUEUE_ALL_TO_INPUT));
     ASSERT_EQ(GC_ERR_SUCCESS, stream->StartAcquisition(0, 1));
-    FeedAndAwait(sender.Image(1));
+    Run("1*");
     EXPECT_EQ(1U, FrameId(Next()));
 }
 

@@ -1,7 +1,7 @@
 /// The control channel against a scripted camera: bytes on the wire, retries, hostile answers, handles.
 #include "CameraRecord.h"
+#include "Hex.h"
 #include "frame/Error.h"
-#include "gev/ActionCommand.h"
 #include "gev/HALGev.h"
 
 #include <gmock/gmock.h>
@@ -9,7 +9,6 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -18,7 +17,6 @@
 #include <future>
 #include <limits>
 #include <mutex>
-#include <sstream>
 #include <thread>
 
 using namespace GenTL;
@@ -28,18 +26,7 @@ using testing::SizeIs;
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
 using Clock = std::chrono::steady_clock;
-
-Bytes Hex(const std::string& text)
-{
-    Bytes bytes;
-    std::istringstream words(text);
-    for (std::string word; words >> word;) {
-        bytes.push_back(static_cast<unsigned char>(std::stoi(word, nullptr, 16)));
-    }
-    return bytes;
-}
 
 /// An address of this process's own on the loopback, so that tests can run side by side.
 sockaddr_in LoopbackAddress(unsigned host, unsigned short port)
@@ -81,12 +68,6 @@ public:
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_script.assign(answers.begin(), answers.end());
         m_received.clear();
-    }
-    /// Answers every command by the register's own address.
-    void EchoAddresses()
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_isEcho = true;
     }
     std::vector<Bytes> Received()
     {
@@ -130,11 +111,6 @@ private:
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_received.push_back(command);
-        if (m_isEcho) {
-            Bytes answer = Hex("00 00 00 81 00 04 00 00");
-            answer.insert(answer.end(), command.begin() + 8, command.begin() + 12);
-            return {answer};
-        }
         Answer answer;
         if (!m_script.empty()) {
             answer = m_script.front();
@@ -147,7 +123,6 @@ private:
     int m_socket;
     std::mutex m_mutex;
     std::deque<Answer> m_script;
-    bool m_isEcho = false;
     std::vector<Bytes> m_received;
     std::thread m_thread;
 };
@@ -216,27 +191,13 @@ protected:
 
 constexpr unsigned kUntouched = 0xAAAAAAAA;
 
-/// The operations as the cases run them. What one hands back is in m_output.
+/// The operations as the cases run them. The words that one hands back are in m_output.
 class Operation : public ControlChannel
 {
 public:
-    int ReadReg()
-    {
-        unsigned value = kUntouched;
-        const int code = m_pHal->ReadReg(m_device, 0x0A00, value);
-        return Keep(code, {value});
-    }
-    int ReadBlock()
-    {
-        unsigned values[] = {kUntouched, kUntouched};
-        const int code = m_pHal->ReadRegBlock(m_device, 0x9000, values, 2);
-        return Keep(code, {values[0], values[1]});
-    }
-    int ReadMem()
-    {
-        m_output = "untouched  ";
-        return m_pHal->ReadMem(m_device, 0x0200, m_output.data(), 10);
-    }
+    int ReadReg() { return m_pHal->ReadReg(m_device, 0x0A00, m_output[0]); }
+    int ReadBlock() { return m_pHal->ReadRegBlock(m_device, 0x9000, m_output.data(), 2); }
+    int ReadMem() { return m_pHal->ReadMem(m_device, 0x0200, reinterpret_cast<char*>(m_output.data()), 10); }
     int WriteReg() { return m_pHal->WriteReg(m_device, 0x0A00, 0x80000002); }
     // The values go out as they lie in memory: on this host low byte first.
     int WriteBlock() { return m_pHal->WriteRegBlock(m_device, 0x0D00, kWords, 2); }
@@ -251,18 +212,10 @@ public:
     }
 
 protected:
-    std::string m_output;
+    std::vector<unsigned> m_output = std::vector<unsigned>(3, kUntouched);
 
 private:
     static constexpr unsigned kWords[] = {0x04030201, 0x08070605};
-
-    int Keep(int code, std::initializer_list<unsigned> values)
-    {
-        for (const unsigned value : values) {
-            m_output += (value == kUntouched ? "untouched" : std::to_string(value)) + " ";
-        }
-        return code;
-    }
 };
 
 struct Case
@@ -271,8 +224,8 @@ struct Case
     int (Operation::*run)();
     std::vector<const char*> answers;
     int code;
-    std::string output = {};
-    const char* command = nullptr;  // null: not looked at
+    const char* command = nullptr;      // null: not looked at
+    std::vector<unsigned> output = {};  // words that aren't named stay untouched
     std::size_t sent = 1;
 };
 
@@ -289,7 +242,9 @@ TEST_P(Transaction, SendsTheseBytesAndJudgesTheAnswer)
     m_pHal->SetDeviceTimeout(m_device, 100);
     m_peer.Script({answer});
     EXPECT_EQ(GetParam().code, (this->*GetParam().run)());
-    EXPECT_EQ(GetParam().output, m_output);
+    std::vector<unsigned> output = GetParam().output;
+    output.resize(m_output.size(), kUntouched);
+    EXPECT_EQ(output, m_output);
     const Bytes first = m_peer.WaitForOne();
     EXPECT_THAT(m_peer.Received(), SizeIs(GetParam().sent));
     if (GetParam().command != nullptr) {
@@ -299,71 +254,60 @@ TEST_P(Transaction, SendsTheseBytesAndJudgesTheAnswer)
 
 using Op = Operation;
 
+constexpr const char* kGoodWrite = "00 00 00 83 00 04 00 00 00 00 00 01";
+
 // clang-format off
-const Case kWireCases[] = {
-    {"ReadReg", &Op::ReadReg, {"00 00 00 81 00 04 00 00 80 00 00 02"}, 0, "2147483650 ",
-     "42 01 00 80 00 04 12 34 00 00 0a 00"},
-    {"WriteReg", &Op::WriteReg, {"00 00 00 83 00 04 00 00 00 00 00 01"}, 0, "",
-     "42 01 00 82 00 08 12 34 00 00 0a 00 80 00 00 02"},
-    {"ReadBlock", &Op::ReadBlock, {"00 00 00 81 00 08 00 00 00 00 00 01 01 02 03 04"}, 0, "1 16909060 ",
-     "42 01 00 80 00 08 12 34 00 00 90 00 00 00 90 04"},
-    {"WriteBlock", &Op::WriteBlock, {"00 00 00 83 00 04 00 00 00 00 00 02"}, 0, "",
+const Case kCases[] = {
+    {"ReadReg", &Op::ReadReg, {"00 00 00 81 00 04 00 00 80 00 00 02"}, 0,
+     "42 01 00 80 00 04 12 34 00 00 0a 00", {0x80000002}},
+    {"WriteReg", &Op::WriteReg, {kGoodWrite}, 0, "42 01 00 82 00 08 12 34 00 00 0a 00 80 00 00 02"},
+    {"ReadBlock", &Op::ReadBlock, {"00 00 00 81 00 08 00 00 00 00 00 01 01 02 03 04"}, 0,
+     "42 01 00 80 00 08 12 34 00 00 90 00 00 00 90 04", {1, 0x01020304}},
+    {"WriteBlock", &Op::WriteBlock, {"00 00 00 83 00 04 00 00 00 00 00 02"}, 0,
      "42 01 00 82 00 10 12 34 00 00 0d 00 01 02 03 04 00 00 0d 04 05 06 07 08"},
     {"ReadMemOfTenBytes", &Op::ReadMem,
-     {"00 00 00 85 00 10 00 00 00 00 02 00 4c 6f 63 61 6c 3a 61 2e 78 6d 6c 3b"}, 0, "Local:a.xm ",
-     "42 01 00 84 00 08 12 34 00 00 02 00 00 00 00 0c"},
-    {"WriteMemOfFiveBytes", &Op::WriteMem, {"00 00 00 87 00 04 00 00 00 00 00 05"}, 0, "",
+     {"00 00 00 85 00 10 00 00 00 00 02 00 01 02 03 04 05 06 07 08 09 0a 0b 0c"}, 0,
+     "42 01 00 84 00 08 12 34 00 00 02 00 00 00 00 0c", {0x04030201, 0x08070605, 0xAAAA0A09}},
+    {"WriteMemOfFiveBytes", &Op::WriteMem, {"00 00 00 87 00 04 00 00 00 00 00 05"}, 0,
      "42 01 00 86 00 0c 12 34 00 00 00 e8 61 62 63 64 65 00 00 00"},
-    {"Resend", &Op::Resend, {}, 0, "",
-     "42 00 00 40 00 0c 12 34 00 00 23 45 00 00 00 07 00 00 00 09"},
-    {"LongResend", &Op::LongResend, {}, 0, "",
+    {"Resend", &Op::Resend, {}, 0, "42 00 00 40 00 0c 12 34 00 00 23 45 00 00 00 07 00 00 00 09"},
+    {"LongResend", &Op::LongResend, {}, 0,
      "42 10 00 40 00 14 12 34 00 00 00 00 00 00 00 07 01 00 00 09 01 02 03 04 05 06 07 08"},
-    {"Action", &Op::Action, {"00 00 01 01 00 00 00 00"}, 0, "",
+    {"Action", &Op::Action, {"00 00 01 01 00 00 00 00"}, 0,
      "42 01 01 00 00 00 12 34 00 00 00 01 00 00 00 02 ff ff ff ff"},
-    {"TimedAction", &Op::TimedAction, {"00 00 01 01 00 00 00 00"}, 0, "",
+    {"TimedAction", &Op::TimedAction, {"00 00 01 01 00 00 00 00"}, 0,
      "42 81 01 00 00 00 12 34 00 00 00 01 00 00 00 02 00 00 00 03 00 00 00 11 22 33 44 55"},
-    {"ForceIp", &Op::ForceIp, {"00 00 00 05 00 00 00 00"}, 0, "",
+    {"ForceIp", &Op::ForceIp, {"00 00 00 05 00 00 00 00"}, 0,
      "42 11 00 04 00 00 12 34 00 00 80 11 22 33 44 55 00 00 00 00 00 00 00 00 00 00 00 00 "
      "c0 a8 01 05 00 00 00 00 00 00 00 00 00 00 00 00 ff ff ff 00 00 00 00 00 00 00 00 00 00 00 00 00 "
      "c0 a8 01 01"},
-};
-
-constexpr const char* kGoodWrite = "00 00 00 83 00 04 00 00 00 00 00 01";
-const Case kJudgeCases[] = {
     // ReadReg has the sense of the length reversed.
-    {"ReadRegStatusWithValue", &Op::ReadReg,
-     {"80 03 00 81 00 04 00 00 00 00 00 00"}, GC_ERR_INVALID_BUFFER, "untouched "},
-    {"ReadRegStatusAlone", &Op::ReadReg, {"80 03 00 81 00 00 00 00"}, GC_ERR_INVALID_ADDRESS, "untouched "},
-    {"ReadRegSuccessOfWrongLength", &Op::ReadReg, {"00 00 00 81 00 08 00 00 00 00 00 01"}, 0, "untouched "},
+    {"ReadRegStatusWithValue", &Op::ReadReg, {"80 03 00 81 00 04 00 00 00 00 00 00"}, GC_ERR_INVALID_BUFFER},
+    {"ReadRegStatusAlone", &Op::ReadReg, {"80 03 00 81 00 00 00 00"}, GC_ERR_INVALID_ADDRESS},
+    {"ReadRegSuccessOfWrongLength", &Op::ReadReg, {"00 00 00 81 00 08 00 00 00 00 00 01"}, 0},
     {"WriteRegStatusAlone", &Op::WriteReg, {"80 06 00 83 00 00 00 00"}, GC_ERR_INVALID_BUFFER},
-    {"ReadBlockLongerThanAsked", &Op::ReadBlock,
-     {"00 00 00 81 ff fc 00 00"}, GC_ERR_INVALID_BUFFER, "untouched untouched "},
-    {"ReadMemShorterThanAsked", &Op::ReadMem,
-     {"00 00 00 85 00 08 00 00 00 00 02 00 01 02 03 04"}, GC_ERR_INVALID_BUFFER, "untouched  "},
-    {"WriteMemStatus", &Op::WriteMem, {"80 04 00 87 00 04 00 00 00 00 00 00"}, GC_ERR_ACCESS_DENIED},
+    {"ReadBlockLongerThanAsked", &Op::ReadBlock, {"00 00 00 81 ff fc 00 00"}, GC_ERR_INVALID_BUFFER},
+    {"ReadMemShorterThanAsked", &Op::ReadMem, {"00 00 00 85 00 08 00 00 00 00 02 00 01 02 03 04"},
+     GC_ERR_INVALID_BUFFER},
     {"BusyIsNotTriedAgain", &Op::WriteReg, {"80 07 00 83 00 04 00 00 00 00 00 00"}, GC_ERR_BUSY},
     {"UnknownStatus", &Op::WriteReg, {"81 23 00 83 00 04 00 00 00 00 00 00"}, GC_ERR_ERROR},
     {"OtherAcknowledge", &Op::WriteReg, {"00 00 00 81 00 04 00 00 00 00 00 00"}, -9998},
     // Late answers are dropped while the wait goes on; a block write doesn't look.
     {"LateAnswerFirst", &Op::WriteReg, {"00 00 00 83 00 04 12 33 00 00 00 01", kGoodWrite}, 0},
-    {"ForeignPendingFirst", &Op::WriteReg, {"00 00 00 89 00 04 12 33 00 00 01 00", kGoodWrite}, 0},
     {"LateAnswerToABlock", &Op::WriteBlock, {"00 00 00 83 00 04 12 33 00 00 00 01"}, 0},
     {"CutAnswersFirst", &Op::WriteReg,
      {"", "00", "00 00 00 83", "00 00 00 83 00 04", "00 00 00 83 00 04 12", kGoodWrite}, 0},
     // A status that means a time-out is tried again as one; the script has an answer for one attempt only.
     {"ActionLateIsTriedAgain", &Op::WriteReg,
-     {"80 16 00 83 00 04 00 00 00 00 00 00"}, GC_ERR_TIMEOUT, "", nullptr, 4},
-    {"ActionWaitsOutPending", &Op::Action,
-     {"00 00 00 89 00 04 00 00 00 00 01 f4", "00 00 01 01 00 00 00 00"}, 0},
+     {"80 16 00 83 00 04 00 00 00 00 00 00"}, GC_ERR_TIMEOUT, nullptr, {}, 4},
     {"ActionTakesTheFirstAnswer", &Op::Action,
      {"00 00 01 01 00 00 12 33", "00 00 01 01 00 00 00 00"}, GC_ERR_INVALID_VALUE},
-    {"ForceIpRefused", &Op::ForceIp, {"80 06 00 05 00 00 00 00"}, GC_ERR_INVALID_VALUE},
 };
 // clang-format on
 
-constexpr auto kNameOf = [](const auto& row) { return row.param.name; };
-INSTANTIATE_TEST_SUITE_P(Wire, Transaction, testing::ValuesIn(kWireCases), kNameOf);
-INSTANTIATE_TEST_SUITE_P(Answers, Transaction, testing::ValuesIn(kJudgeCases), kNameOf);
+INSTANTIATE_TEST_SUITE_P(Wire, Transaction, testing::ValuesIn(kCases), [](const auto& row) {
+    return row.param.name;
+});
 
 TEST_F(ControlChannel, TellsTheAnswerInTheErrorText)
 {
@@ -418,28 +362,24 @@ TEST_F(ControlChannel, RestoresTheTimeoutThatPendingReplaced)
     const Bytes pending500 = Hex("00 00 00 89 00 04 00 00 00 00 01 f4");
     const Bytes pending40 = Hex("00 00 00 89 00 04 00 00 00 00 00 28");
     const Bytes pending0 = Hex("00 00 00 89 00 04 00 00 00 00 00 00");
-    const Bytes good = Hex("00 00 00 81 00 04 00 00 00 00 00 01");
-    unsigned value = 0;
-    m_peer.Script({
-        {pending500, pending40, good}
-    });
-    EXPECT_EQ(0, m_pHal->ReadReg(m_device, 0xA00, value));
-    EXPECT_EQ(200, TimeoutNow());
-
+    const struct
+    {
+        Peer::Answer datagrams;
+        int code, ms;
+    } cases[] = {
+        {{pending500, pending40, Hex("00 00 00 81 00 04 00 00 00 00 00 01")}, GC_ERR_SUCCESS, 0  },
+        {{pending40, pending500},                                             GC_ERR_TIMEOUT, 490},
+        {{pending0},                                                          GC_ERR_TIMEOUT, 190}, // not endless
+    };
     m_pHal->SetGvcpRetries(0);
-    m_peer.Script({
-        {pending40, pending500}
-    });
-    const auto start = Clock::now();
-    EXPECT_EQ(GC_ERR_TIMEOUT, m_pHal->ReadReg(m_device, 0xA00, value));
-    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(490));
-    EXPECT_EQ(200, TimeoutNow());
-
-    // A pending time of 0 must not make the wait endless.
-    m_peer.Script({{pending0}});
-    EXPECT_EQ(GC_ERR_TIMEOUT, m_pHal->ReadReg(m_device, 0xA00, value));
-    EXPECT_EQ(200, TimeoutNow());
-
+    for (const auto& c : cases) {
+        m_peer.Script({c.datagrams});
+        const auto start = Clock::now();
+        unsigned value = 0;
+        EXPECT_EQ(c.code, m_pHal->ReadReg(m_device, 0xA00, value));
+        EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(c.ms));
+        EXPECT_EQ(200, TimeoutNow());
+    }
     // An action keeps its own.
     m_peer.Script({
         {pending500, Hex("00 00 01 01 00 00 00 00")}
@@ -469,10 +409,7 @@ TEST_F(ControlChannel, RefusesWhatDoesNotFitADatagramWithNothingSent)
     Bytes memory = Hex("00 00 00 85 02 1c 00 00");
     // Longer than said and than asked for.
     memory.resize(1400, 0x22);
-    m_peer.Script({{regs},
-                   {Hex("00 00 00 83 00 04 00 00 00 00 00 01")},
-                   {memory},
-                   {Hex("00 00 00 87 00 04 00 00 00 00 02 18")}});
+    m_peer.Script({{regs}, {Hex(kGoodWrite)}, {memory}, {Hex("00 00 00 87 00 04 00 00 00 00 02 18")}});
     EXPECT_EQ(0, m_pHal->ReadRegBlock(m_device, 0, values.data(), 136));
     EXPECT_EQ(0x11111111U, values[135]);
     EXPECT_EQ(0xAAAAAAAAU, values[136]);
@@ -484,32 +421,7 @@ TEST_F(ControlChannel, RefusesWhatDoesNotFitADatagramWithNothingSent)
     EXPECT_THAT(m_peer.Received(), ElementsAre(SizeIs(552), SizeIs(552), SizeIs(16), SizeIs(548)));
 }
 
-// ---- threads and ends
-
-// Each thread must get the answer to its own command, under ids that leave out 0.
-TEST_F(ControlChannel, KeepsTransactionsOfThreadsApart)
-{
-    ToDevice(m_device)->m_requestId = 0xFFFE;
-    EXPECT_EQ(0xFFFF, GetReqID(ToDevice(m_device)));
-    EXPECT_EQ(0x0001, GetReqID(ToDevice(m_device)));
-    m_pHal->SetDeviceTimeout(m_device, 2000);
-    m_peer.EchoAddresses();
-    std::vector<std::thread> threads;
-    for (unsigned t = 0; t < 4; ++t) {
-        threads.emplace_back([this, t] {
-            for (unsigned i = 0; i < 100; ++i) {
-                const unsigned address = t << 16 | i << 2;
-                unsigned value = 0;
-                EXPECT_EQ(0, m_pHal->ReadReg(m_device, address, value));
-                EXPECT_EQ(address, value);
-                EXPECT_TRUE(IsConnected());
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-}
+// ---- ends
 
 TEST_F(ControlChannel, FailsOnceItsSocketIsClosed)
 {
@@ -529,7 +441,7 @@ TEST_F(ControlChannel, OutlivesItsSystemWhileADeviceIsOpen)
     m_adapter = nullptr;
     HALGev::Dispose(m_pHal);
     EXPECT_EQ(nullptr, m_pHal);
-    m_peer.Script({{Hex("00 00 00 83 00 04 00 00 00 00 00 01")}});
+    m_peer.Script({{Hex(kGoodWrite)}});
     EXPECT_EQ(0, hal->WriteReg(m_device, 0xA00, 1));
     EXPECT_EQ(0, hal->CloseDevice(m_device));
     m_device = nullptr;
@@ -557,41 +469,20 @@ TEST_F(ControlChannel, RefusesNullHandlesAndUnknownNames)
 
 // ---- identity
 
-// By way of the adapter; the tests of the device ask an open camera.
+// By way of the adapter; the tests of the device ask an open camera, and those on a cable for the other
+// fields.
 TEST_F(ControlChannel, DescribesTheCameraFromItsRecord)
 {
-    const std::pair<int (IHALGev::*)(void*, const std::string&, std::string&), const char*> texts[] = {
-        {&IHALGev::GetVendorName,      "Vendor"},
-        {&IHALGev::GetModelName,       "Model" },
-        {&IHALGev::GetDeviceVersion,   "2.1"   },
-        {&IHALGev::GetSerialNumber,    "SN1"   },
-        {&IHALGev::GetUserDefinedName, "Left"  },
-    };
-    for (const auto& [get, expected] : texts) {
-        std::string text;
-        EXPECT_EQ(0, (m_pHal->*get)(m_adapter, "SN1", text));
-        EXPECT_EQ(expected, text);
-    }
-    const std::pair<int (IHALGev::*)(void*, const std::string&, long&), long> numbers[] = {
-        {&IHALGev::GetDevMACAddress,     0xFC0182030405                         },
-        {&IHALGev::GetDevIPAddress,      ntohl(m_peer.Address().sin_addr.s_addr)},
-        {&IHALGev::GetDevSubnetMask,     0xFFFFFF00                             },
-        {&IHALGev::GetDevDefaultGateway, 0xC0A80101                             },
-    };
-    for (const auto& [get, expected] : numbers) {
-        long number = 0;
-        EXPECT_EQ(0, (m_pHal->*get)(m_adapter, "SN1", number));
-        EXPECT_EQ(expected, number);
-    }
+    long number = 0;
+    EXPECT_EQ(0, m_pHal->GetDevSubnetMask(m_adapter, "SN1", number));
+    EXPECT_EQ(0xFFFFFF00, number);
+    EXPECT_EQ(0, m_pHal->GetDevDefaultGateway(m_adapter, "SN1", number));
+    EXPECT_EQ(0xC0A80101, number);
     bool isDhcp = true, isPersistent = false;
     EXPECT_EQ(0, m_pHal->GetDevIpConfigDHCP(m_adapter, "SN1", isDhcp));
     EXPECT_EQ(0, m_pHal->GetDevIpConfigPersistentIp(m_adapter, "SN1", isPersistent));
     EXPECT_FALSE(isDhcp);
     EXPECT_TRUE(isPersistent);
-
-    unsigned short port = 0;
-    EXPECT_EQ(0, m_pHal->GetDevPort(m_device, port));
-    EXPECT_EQ(3956, port);
 }
 
 // ---- discovery
@@ -611,7 +502,6 @@ protected:
 
 TEST_F(DiscoveryTest, ListsEveryAnswerAndForgetsTheOldOnes)
 {
-    const sockaddr_in address = m_peer.Address();
     m_peer.Script({
         {Answer(Record("SN2")), Answer(Record("SN2"))}
     });
@@ -620,13 +510,16 @@ TEST_F(DiscoveryTest, ListsEveryAnswerAndForgetsTheOldOnes)
     EXPECT_EQ(0, m_pHal->GetDevices(m_adapter, devices, 100));
     EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(95));
     EXPECT_EQ(Hex("42 11 00 02 00 00 12 34"), m_peer.WaitForOne());
-    const std::tuple<std::string, unsigned> camera("SN2", address.sin_addr.s_addr);
+    const std::tuple<std::string, unsigned> camera("SN2", m_peer.Address().sin_addr.s_addr);
     EXPECT_THAT(devices, ElementsAre(camera, camera));
 
     void* handle = nullptr;
     EXPECT_EQ(GC_ERR_INVALID_ID, m_pHal->OpenDevice(m_adapter, "SN1", &handle));
     EXPECT_EQ(0, m_pHal->OpenDevice(m_adapter, "SN2", &handle));
     EXPECT_EQ(0x1234, ToDevice(handle)->m_requestId);
+    ToDevice(handle)->m_requestId = 0xFFFE;
+    EXPECT_EQ(0xFFFF, GetReqID(ToDevice(handle)));
+    EXPECT_EQ(0x0001, GetReqID(ToDevice(handle))) << "no id is 0";
     EXPECT_EQ(0, m_pHal->CloseDevice(handle));
     std::string model;
     EXPECT_EQ(0, m_pHal->GetModelName(m_device, model)) << "an open camera keeps its record";
@@ -678,17 +571,15 @@ TEST_F(DiscoveryTest, EndsWhenTheInterfaceIsClosed)
 
 TEST_F(DiscoveryTest, GivesInterfaceIdsThatCanBeOpened)
 {
-    std::vector<std::string> ids = {"kept"};
+    std::vector<std::string> ids;
     ASSERT_EQ(0, m_pHal->GetInterfaces(ids));
-    EXPECT_EQ("kept", ids.front());
-    for (std::size_t i = 1; i < ids.size(); ++i) {
-        EXPECT_THAT(ids[i], testing::MatchesRegex("0000[0-9a-f]{8}(:[0-9]+)?"));
-        EXPECT_NE("00007f000001", ids[i]);
+    for (const std::string& id : ids) {
+        EXPECT_NE("00007f000001", id);
         void* adapter = nullptr;
-        ASSERT_EQ(0, m_pHal->OpenInterface(ids[i], &adapter));
+        ASSERT_EQ(0, m_pHal->OpenInterface(id, &adapter));
         long ip = 0, mask = 0, mac = 0;
         EXPECT_EQ(0, m_pHal->GetIPAddress(adapter, ip));
-        EXPECT_EQ(std::stol(ids[i].substr(4, 8), nullptr, 16), ip);
+        EXPECT_EQ(std::stol(id.substr(4, 8), nullptr, 16), ip);
         EXPECT_EQ(0, m_pHal->GetSubnetMask(adapter, mask));
         EXPECT_EQ(0, m_pHal->GetMACAddress(adapter, mac));
         EXPECT_EQ(0, mac >> 48);

@@ -3,7 +3,6 @@
 #include "Bench.h"
 #include "Consumer.h"
 #include "sim/Camera.h"
-#include "sim/Picture.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,7 +12,9 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <thread>
 #include <tuple>
+#include <vector>
 
 using namespace GenTL;
 using testing::HasSubstr;
@@ -43,22 +44,14 @@ TEST_P(EveryByte, OfTwoHundredImages)
     bench.config.geometry.width = 2048;
     bench.config.geometry.height = 1024;
     sim::Camera& camera = bench.StartCamera();
-    const std::size_t size = bench.config.geometry.ImageBytes();
-
     Consumer consumer;
-    OpenUpToStream(consumer, bench, 8, size);
+    OpenUpToStream(consumer, bench, 8, bench.config.geometry.ImageBytes());
     consumer.Start();
+    EXPECT_EQ(0x40000000U | packetSize, camera.Register(0x0D04)) << "the test packet is not sent again";
     StartCameraAcquisition(consumer);
     for (std::uint64_t i = 1; i <= 200; ++i) {
-        void* hBuffer = consumer.NextImage(5000);
-        ASSERT_NE(nullptr, hBuffer) << "image " << i;
-        const auto block = consumer.BufferInfo<std::uint64_t>(hBuffer, BUFFER_INFO_FRAMEID);
-        ASSERT_EQ(i, block);
-        EXPECT_EQ(size, consumer.BufferInfo<std::uint64_t>(hBuffer, BUFFER_INFO_SIZE_FILLED));
-        EXPECT_FALSE(consumer.BufferInfo<bool>(hBuffer, BUFFER_INFO_IS_INCOMPLETE));
-        const void* data = consumer.BufferInfo<void*>(hBuffer, BUFFER_INFO_BASE);
-        ASSERT_EQ(sim::Picture::kNoMismatch, camera.CurrentPicture()->FindMismatch(block, data, size))
-            << "image " << i;
+        void* hBuffer = NextWholeImage(consumer, camera, i);
+        ASSERT_FALSE(HasFailure());
         consumer.Queue(hBuffer);
     }
     EXPECT_EQ(0U, consumer.StreamInfo<std::uint64_t>(kMissedImages));
@@ -100,68 +93,6 @@ TEST(Streaming, FindsThePacketSizeOfThePath)
     EXPECT_EQ(0U, camera.Register(0x0D00));
 }
 
-// Whatever the wire does, an image is delivered whole, or marked, or counted as missing.
-TEST(Streaming, AccountsForABadWire)
-{
-    Bench bench(1500);
-    sim::Camera& camera = bench.StartCamera();
-    sim::StreamFaults faults;
-    faults.lose = 0.002;
-    faults.duplicate = 0.002;
-    faults.reorder = 0.002;
-    faults.truncate = 0.001;
-    faults.badStatus = 0.001;
-    camera.SetStreamFaults(faults);
-    const std::size_t size = bench.config.geometry.ImageBytes();
-    Consumer consumer;
-    OpenUpToStream(consumer, bench, 8, size);
-    consumer.Start();
-    StartCameraAcquisition(consumer);
-    std::uint64_t whole = 0;
-    std::uint64_t marked = 0;
-    std::uint64_t lastBlock = 0;
-    while (whole + marked < 300) {
-        void* hBuffer = consumer.NextImage(3000);
-        ASSERT_NE(nullptr, hBuffer);
-        const auto block = consumer.BufferInfo<std::uint64_t>(hBuffer, BUFFER_INFO_FRAMEID);
-        EXPECT_LT(lastBlock, block);
-        lastBlock = block;
-        if (consumer.BufferInfo<bool>(hBuffer, BUFFER_INFO_IS_INCOMPLETE)) {
-            ++marked;
-        } else {
-            ++whole;
-        }
-        consumer.Queue(hBuffer);
-    }
-    EXPECT_LT(0U, whole);
-    EXPECT_LT(0U, marked);
-    StopCameraAcquisition(consumer);
-    consumer.Stop();
-    EXPECT_LE(lastBlock, 300 + consumer.StreamInfo<std::uint64_t>(kMissedImages) +
-                             consumer.StreamInfo<std::uint64_t>(STREAM_INFO_NUM_UNDERRUN));
-}
-
-TEST(Streaming, StartsAndStopsAgain)
-{
-    Bench bench(1500);
-    bench.StartCamera();
-    const std::size_t size = bench.config.geometry.ImageBytes();
-    Consumer consumer;
-    OpenUpToStream(consumer, bench, 4, size);
-    for (int run = 0; run < 3; ++run) {
-        consumer.Start();
-        StartCameraAcquisition(consumer);
-        for (int i = 0; i < 3; ++i) {
-            void* hBuffer = consumer.NextImage(2000);
-            ASSERT_NE(nullptr, hBuffer);
-            consumer.Queue(hBuffer);
-        }
-        StopCameraAcquisition(consumer);
-        consumer.Stop();
-        Consumer::Check(DSFlushQueue(consumer.Stream(), ACQ_QUEUE_ALL_TO_INPUT), "DSFlushQueue");
-    }
-}
-
 // ---- Discovery and control
 
 TEST(Control, FindsTellsAndMovesACamera)
@@ -179,11 +110,17 @@ TEST(Control, FindsTellsAndMovesACamera)
             Consumer::Check(IFGetDeviceInfo(consumer.Interface(), kSerial, command, &type, to, &size),
                             "info");
         };
-        char text[64] = {};
-        read(DEVICE_INFO_MODEL, text, sizeof text);
-        EXPECT_STREQ("Bench model", text);
-        read(DEVICE_INFO_USER_DEFINED_NAME, text, sizeof text);
-        EXPECT_STREQ("left arm", text);
+        const std::pair<int, const char*> texts[] = {
+            {DEVICE_INFO_VENDOR,            "Norvo Imaging Inc"},
+            {DEVICE_INFO_MODEL,             "Bench model"      },
+            {DEVICE_INFO_USER_DEFINED_NAME, "left arm"         },
+            {DEVICE_INFO_VERSION,           "1.0.0"            },
+        };
+        for (const auto& [command, expected] : texts) {
+            char text[64] = {};
+            read(command, text, sizeof text);
+            EXPECT_STREQ(expected, text);
+        }
         std::uint64_t mac = 0;
         read(DEVICE_INFO_GEV_MAC_ADDRESS, &mac, sizeof mac);
         constexpr unsigned kNewAddress = 0xC0A84D63;  // 192.168.77.99
@@ -200,44 +137,7 @@ TEST(Control, FindsTellsAndMovesACamera)
     }
 }
 
-// ---- The modules' register maps
-
-TEST(RegisterMaps, DiscoverAndCommandTheCamera)
-{
-    Bench bench;
-    bench.config.actionDeviceKey = 0x81020304;
-    bench.config.actionGroupKey = 7;
-    bench.config.actionGroupMask = 0x80000000;
-    Consumer consumer;
-    consumer.OpenInterface(bench.Net().HostAddress(), 1);
-    sim::Camera& camera = bench.StartCamera();
-    char id[512] = {};
-    std::size_t size = sizeof id;
-    EXPECT_EQ(GC_ERR_INVALID_INDEX, GCReadPort(consumer.Interface(), 0x1200, id, &size));
-    EXPECT_EQ(0U, Consumer::ReadMap(consumer.Interface(), 0x1201));
-    Consumer::WriteMap(consumer.Interface(), 0x1000, 0);
-    EXPECT_EQ(1U, Consumer::ReadMap(consumer.Interface(), 0x1201));
-    size = sizeof id;
-    ASSERT_EQ(0, GCReadPort(consumer.Interface(), 0x1200, id, &size)) << Consumer::TakeError();
-    EXPECT_STREQ(kSerial, id);
-
-    // Only of a camera that says that it is little-endian the legacy mechanism turns words round.
-    camera.SetRegister(0x0004, camera.Register(0x0004) & 0x7FFFFFFF);
-    consumer.OpenCamera(kSerial);
-    Consumer::WriteMap(consumer.Device(), 0x1200, 0);
-    const std::uint32_t legacy = consumer.ReadRegister(sim::Feature::kWidth);
-    Consumer::WriteMap(consumer.Device(), 0x1200, 1);
-    EXPECT_EQ(htonl(legacy), consumer.ReadRegister(sim::Feature::kWidth));
-
-    Consumer::WriteMap(consumer.Device(), 0x4200, 0x81020304);
-    Consumer::WriteMap(consumer.Device(), 0x4300, 7);
-    Consumer::WriteMap(consumer.Device(), 0x4400, 0x80000001);
-    // The heartbeat may take the acknowledge for its own, so only the camera knows for sure.
-    std::uint64_t any = 0;
-    size = sizeof any;
-    GCWritePort(consumer.Device(), 0x4000, &any, &size);
-    EXPECT_EQ(1U, camera.Seen().actions);
-}
+// ---- What the modules' register maps decide
 
 int ThreadsWithPolicy(int policy)
 {
@@ -270,23 +170,7 @@ TEST(RegisterMaps, DecideHowTheStreamStarts)
     Consumer::WriteMap(consumer.System(), 0x6100, 1);
 }
 
-TEST(Control, IsRefusedWhileAnotherHasTheCamera)
-{
-    Bench bench;
-    sim::Camera& camera = bench.StartCamera();
-    Consumer consumer;
-    consumer.OpenInterface(bench.Net().HostAddress());
-    camera.SetRegister(0x0954, 1);  // no heartbeat is asked of the other application
-    camera.SetRegister(0x0A00, 2);
-    void* hDevice = nullptr;
-    EXPECT_EQ(GC_ERR_ACCESS_DENIED,
-              IFOpenDevice(consumer.Interface(), kSerial, DEVICE_ACCESS_CONTROL, &hDevice));
-    EXPECT_THAT(Consumer::TakeError(), HasSubstr("failed to write to CCP (0x0A00) register"));
-    consumer.OpenCamera(kSerial, DEVICE_ACCESS_READONLY);
-    EXPECT_EQ(bench.config.geometry.width, consumer.ReadRegister(sim::Feature::kWidth));
-}
-
-TEST(Control, HeartbeatKeepsItAndCloseGivesItUp)
+TEST(Control, HeartbeatKeepsItThreadsShareItAndCloseGivesItUp)
 {
     Bench bench;
     bench.config.heartbeatTimeout = 500;
@@ -297,6 +181,23 @@ TEST(Control, HeartbeatKeepsItAndCloseGivesItUp)
     usleep(1200000);
     EXPECT_TRUE(camera.IsControlled());
     EXPECT_EQ(0U, camera.Seen().heartbeatsLost);
+
+    // Each thread must get the answer to its own command.
+    std::vector<std::thread> threads;
+    for (const auto address : {sim::Feature::kWidth, sim::Feature::kHeight, sim::Feature::kPixelFormat}) {
+        threads.emplace_back([&consumer, address, expected = consumer.ReadRegister(address)] {
+            for (int i = 0; i < 200; ++i) {
+                std::uint32_t value = 0;
+                std::size_t size = sizeof value;
+                EXPECT_EQ(0, GCReadPort(consumer.Port(), address, &value, &size));
+                EXPECT_EQ(expected, ntohl(value));
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_TRUE(consumer.DeviceInfo<bool>(DEVICE_INFO_IS_CONNECTED));
     consumer.CloseCamera();
     EXPECT_FALSE(camera.IsControlled());
 }
