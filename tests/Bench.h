@@ -83,6 +83,19 @@ inline void StartCameraAcquisition(Consumer& consumer)
 {
     consumer.WriteRegister(sim::Feature::kAcquisitionStart, 1);
 }
+/// Images go out for the asking, so many at once. With one more for each that was fetched and queued again
+/// there is always a free buffer, however slow the machine makes the consumer.
+inline void StartTriggered(Consumer& consumer, sim::Camera& camera, unsigned images)
+{
+    consumer.WriteRegister(sim::Feature::kTriggerMode, 1);
+    StartCameraAcquisition(consumer);
+    camera.Trigger(images);
+}
+/// Before the start: an image is not given up before ms.
+inline void ExpireAfter(const Consumer& consumer, unsigned long ms)
+{
+    Consumer::Check(GenTL::DSSetupResendRetryParams(consumer.Stream(), ms, 1000, "", ""), "retries");
+}
 inline void StopCameraAcquisition(Consumer& consumer)
 {
     consumer.WriteRegister(sim::Feature::kAcquisitionStop, 1);

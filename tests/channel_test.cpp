@@ -618,6 +618,7 @@ TEST_F(Layer, StartsOrTellsWhyNot)
         camera.writes.clear();
         EXPECT_EQ(c.code, Start(c.multicast, c.access));
         EXPECT_EQ(c.log, Logged());
+        EXPECT_TRUE(c.code == 0 || LastMessage().rfind("Start():", 0) == 0) << LastMessage();
         EXPECT_EQ(c.code == 0, IsOpen());
         char datagram[8] = "nothing";
         int size = 0;

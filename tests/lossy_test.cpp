@@ -6,6 +6,8 @@
 
 #include <malloc.h>
 
+#include <chrono>
+#include <limits>
 #include <tuple>
 
 using namespace GenTL;
@@ -33,7 +35,7 @@ public:
         OpenUpToStream(consumer, *this, buffers, ImageBytes());
         Consumer::WriteMap(consumer.Stream(), 0x1900, 1);
         Consumer::WriteMap(consumer.Stream(), 0x2300, 1000);
-        Consumer::Check(DSSetupResendRetryParams(consumer.Stream(), expiryMs, 1000, "", ""), "retries");
+        ExpireAfter(consumer, expiryMs);
     }
 };
 
@@ -53,10 +55,7 @@ TEST_P(Loss, IsMadeGood)
     Consumer consumer;
     bench.Open(consumer, kBuffers, 5000);
     consumer.Start();
-    // So many at once that there is always a free buffer: an image goes out for each that was fetched.
-    consumer.WriteRegister(sim::Feature::kTriggerMode, 1);
-    StartCameraAcquisition(consumer);
-    camera.Trigger(kBuffers / 2);
+    StartTriggered(consumer, camera, kBuffers / 2);
     for (std::uint64_t block = 1; block <= kImages; ++block) {
         void* hBuffer = NextWholeImage(consumer, camera, block);
         ASSERT_FALSE(HasFailure());
@@ -92,6 +91,46 @@ INSTANTIATE_TEST_SUITE_P(OfPackets,
                                     "PerMille" + (std::get<1>(row.param) > 1 ? "InBursts" : "Single") +
                                     (std::get<2>(row.param) ? "Extended" : "Standard");
                          });
+
+// A camera that is deaf to the command.
+TEST(LossyStream, TellsOfEachImageWhatIsLostForGood)
+{
+    constexpr unsigned kImages = 10;
+    LossyBench bench;
+    bench.config.frameRate = 20;
+    sim::Camera& camera = bench.StartCamera();
+    sim::StreamFaults faults;
+    sim::PacketRule rule;
+    rule.firstPacket = 7;
+    rule.lastPacket = 8;
+    faults.rules.push_back(rule);
+    camera.SetStreamFaults(faults);
+    sim::ControlFault deaf;
+    deaf.fault = sim::AnswerFault::Ignore;
+    deaf.command = 0x0040;
+    deaf.times = std::numeric_limits<std::uint32_t>::max();
+    camera.AddControlFault(deaf);
+    Consumer consumer;
+    bench.Open(consumer, 16, 300);
+    consumer.Start();
+    const auto begin = std::chrono::steady_clock::now();
+    StartCameraAcquisition(consumer);
+    for (std::uint64_t block = 1; block <= kImages; ++block) {
+        void* hBuffer = consumer.NextImage(10000);
+        ASSERT_NE(nullptr, hBuffer);
+        EXPECT_EQ(block, consumer.BufferInfo<std::uint64_t>(hBuffer, BUFFER_INFO_FRAMEID));
+        EXPECT_TRUE(consumer.BufferInfo<bool>(hBuffer, BUFFER_INFO_IS_INCOMPLETE));
+        EXPECT_EQ(bench.ImageBytes() - 2 * (bench.config.packetSize - 36),
+                  consumer.BufferInfo<std::uint64_t>(hBuffer, BUFFER_INFO_SIZE_FILLED));
+        EXPECT_EQ(2 * block, consumer.StreamInfo<std::uint64_t>(kMissedPackets));
+        EXPECT_EQ(block, consumer.StreamInfo<std::uint64_t>(kIncompleteImages));
+        EXPECT_LE(std::chrono::milliseconds(300), std::chrono::steady_clock::now() - begin);
+        consumer.Queue(hBuffer);
+    }
+    EXPECT_EQ(0U, consumer.StreamInfo<std::uint64_t>(kMissedImages));
+    StopCameraAcquisition(consumer);
+    consumer.Stop();
+}
 
 /// Bytes in use but for the camera's notes.
 std::ptrdiff_t BytesInUse(const sim::Camera& camera)

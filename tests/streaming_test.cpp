@@ -46,13 +46,15 @@ TEST_P(EveryByte, OfTwoHundredImages)
     sim::Camera& camera = bench.StartCamera();
     Consumer consumer;
     OpenUpToStream(consumer, bench, 8, bench.config.geometry.ImageBytes());
+    ExpireAfter(consumer, 5000);
     consumer.Start();
     EXPECT_EQ(0x40000000U | packetSize, camera.Register(0x0D04)) << "the test packet is not sent again";
-    StartCameraAcquisition(consumer);
+    StartTriggered(consumer, camera, 4);
     for (std::uint64_t i = 1; i <= 200; ++i) {
         void* hBuffer = NextWholeImage(consumer, camera, i);
         ASSERT_FALSE(HasFailure());
         consumer.Queue(hBuffer);
+        camera.Trigger();
     }
     EXPECT_EQ(0U, consumer.StreamInfo<std::uint64_t>(kMissedImages));
     EXPECT_EQ(0U, consumer.StreamInfo<std::uint64_t>(kMissedPackets));
@@ -146,6 +148,43 @@ int ThreadsWithPolicy(int policy)
         count += sched_getscheduler(std::stoi(entry.path().filename())) == policy;
     }
     return count;
+}
+
+TEST(RegisterMaps, DiscoverAndCommandTheCamera)
+{
+    Bench bench;
+    bench.config.actionDeviceKey = 0x81020304;
+    bench.config.actionGroupKey = 7;
+    bench.config.actionGroupMask = 0x80000000;
+    Consumer consumer;
+    consumer.OpenInterface(bench.Net().HostAddress(), 1);
+    sim::Camera& camera = bench.StartCamera();
+    char id[512] = {};
+    std::size_t size = sizeof id;
+    EXPECT_EQ(GC_ERR_INVALID_INDEX, GCReadPort(consumer.Interface(), 0x1200, id, &size));
+    EXPECT_EQ(0U, Consumer::ReadMap(consumer.Interface(), 0x1201));
+    Consumer::WriteMap(consumer.Interface(), 0x1000, 0);
+    EXPECT_EQ(1U, Consumer::ReadMap(consumer.Interface(), 0x1201));
+    size = sizeof id;
+    ASSERT_EQ(0, GCReadPort(consumer.Interface(), 0x1200, id, &size)) << Consumer::TakeError();
+    EXPECT_STREQ(kSerial, id);
+
+    // Only of a camera that says that it is little-endian the legacy mechanism turns words round.
+    camera.SetRegister(0x0004, camera.Register(0x0004) & 0x7FFFFFFF);
+    consumer.OpenCamera(kSerial);
+    Consumer::WriteMap(consumer.Device(), 0x1200, 0);
+    const std::uint32_t legacy = consumer.ReadRegister(sim::Feature::kWidth);
+    Consumer::WriteMap(consumer.Device(), 0x1200, 1);
+    EXPECT_EQ(htonl(legacy), consumer.ReadRegister(sim::Feature::kWidth));
+
+    Consumer::WriteMap(consumer.Device(), 0x4200, 0x81020304);
+    Consumer::WriteMap(consumer.Device(), 0x4300, 7);
+    Consumer::WriteMap(consumer.Device(), 0x4400, 0x80000001);
+    // The heartbeat may take the acknowledge for its own, so only the camera knows for sure.
+    std::uint64_t any = 0;
+    size = sizeof any;
+    GCWritePort(consumer.Device(), 0x4000, &any, &size);
+    EXPECT_EQ(1U, camera.Seen().actions);
 }
 
 TEST(RegisterMaps, DecideHowTheStreamStarts)
