@@ -405,7 +405,7 @@ TEST_F(TcpStream, StopsAfterAStartThatIsUnderWay)
     EXPECT_FALSE(InfoOf<bool>(stream, STREAM_INFO_IS_GRABBING));
 }
 
-TEST_F(TcpStream, SeesOffWhoWaitsForALeaderWhenItCloses)
+TEST_F(TcpStream, SendsAwayWhoWaitsForALeaderWhenItCloses)
 {
     std::thread waiter([this] { EXPECT_EQ(GC_ERR_ABORT, stream.WaitForNextLeader(GENTL_INFINITE)); });
     std::this_thread::sleep_for(milliseconds(100));

@@ -44,9 +44,15 @@ int DataStreamGev::Open(IHALGvsp* pHal)
     if (m_isOpen) {
         return Raise(GC_ERR_RESOURCE_IN_USE, "DataStreamGev is already open");
     }
-    m_pHalGvsp = pHal != nullptr ? pHal : new HALGvsp();
+    SetHal(pHal != nullptr ? pHal : new HALGvsp());
+    m_leaderSeen.Begin();
     m_isOpen = true;
     return m_pStateManager->SetDriverType(m_pHalGvsp->GetDriverType());
+}
+
+void DataStreamGev::EndLeaderWaits()
+{
+    m_leaderSeen.End();
 }
 
 // ---- Buffers

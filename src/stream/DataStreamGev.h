@@ -69,6 +69,7 @@ public:
 
 protected:
     int CheckOpen(const char* function = __builtin_FUNCTION(), int line = __builtin_LINE()) const override;
+    void EndLeaderWaits() override;
     void OnRevoke(GenTLHandle* hBuffer, Buffer& buffer) override;
 
 private:

@@ -83,9 +83,14 @@ int DataStreamGevTCP::Open(IHALGvsp* pHal)
         return StoreName(GC_ERR_RESOURCE_IN_USE);
     }
     IHALGvsp* pTcp = dynamic_cast<HALGvspTCP*>(pHal);
-    m_pHalGvsp = pTcp != nullptr ? pTcp : new HALGvspTCP();
+    SetHal(pTcp != nullptr ? pTcp : new HALGvspTCP());
     m_isOpen = true;
     return GC_ERR_SUCCESS;
+}
+
+void DataStreamGevTCP::EndLeaderWaits()
+{
+    static_cast<HALGvspTCP&>(*m_pHalGvsp).EndLeaderWaits();
 }
 
 // ---- Buffers
@@ -321,14 +326,14 @@ int DataStreamGevTCP::StopAcquisition(int iStopFlags)
 
 int DataStreamGevTCP::WaitForNextLeader(unsigned long iTimeout)
 {
-    const int code = CheckOpen();
-    return code != GC_ERR_SUCCESS ? code : m_pHalGvsp->WaitForNextLeader(iTimeout);
+    const std::shared_ptr<IHALGvsp> pHal = std::atomic_load(&m_pOwnHalGvsp);
+    return pHal != nullptr ? pHal->WaitForNextLeader(iTimeout) : CheckOpen();
 }
 
 int DataStreamGevTCP::ResetWaitForNextLeader()
 {
-    const int code = CheckOpen();
-    return code != GC_ERR_SUCCESS ? code : m_pHalGvsp->ResetWaitForNextLeader();
+    const std::shared_ptr<IHALGvsp> pHal = std::atomic_load(&m_pOwnHalGvsp);
+    return pHal != nullptr ? pHal->ResetWaitForNextLeader() : CheckOpen();
 }
 
 }  // namespace GenTL

@@ -61,6 +61,7 @@ public:
 
 protected:
     int CheckOpen(const char* function = __builtin_FUNCTION(), int line = __builtin_LINE()) const override;
+    void EndLeaderWaits() override;
     char* AllocateMemory(std::size_t size) const override;
     void FreeMemory(char* pData) const override;
 

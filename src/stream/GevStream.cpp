@@ -31,9 +31,12 @@ GevStream::GevStream(IHALGev* pHal, void* device, void* parent, unsigned index, 
         m_outputMutex, m_outputCondition, m_numInDriver, kDriverNone, m_isGrabbing, m_pHalGvsp);
 }
 
-GevStream::~GevStream()
+GevStream::~GevStream() = default;
+
+void GevStream::SetHal(IHALGvsp* pHal)
 {
-    delete m_pHalGvsp;
+    std::atomic_store(&m_pOwnHalGvsp, std::shared_ptr<IHALGvsp>(pHal));
+    m_pHalGvsp = pHal;
 }
 
 int GevStream::ReadPort(unsigned long iAddress, void* pBuffer, unsigned long* piSize)
@@ -88,8 +91,8 @@ int GevStream::Close()
         return StoreName(GC_ERR_RESOURCE_IN_USE);
     }
     m_isOpen = false;
-    delete m_pHalGvsp;
-    m_pHalGvsp = nullptr;
+    EndLeaderWaits();
+    SetHal(nullptr);
     return GC_ERR_SUCCESS;
 }
 

@@ -13,6 +13,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 
 namespace GenTL {
@@ -63,6 +64,10 @@ protected:
 
     /// 0, or GC_ERR_INVALID_HANDLE in the transport's words.
     virtual int CheckOpen(const char* function = __builtin_FUNCTION(), int line = __builtin_LINE()) const = 0;
+    /// Takes pHal over; null gives up what there was.
+    void SetHal(IHALGvsp* pHal);
+    /// The stream closes: sends away who waits for a leader.
+    virtual void EndLeaderWaits() = 0;
     std::size_t NumAnnounced() const;
     /// Bytes of the first announced buffer, which decides for all; 0 without one.
     std::uint64_t FirstBufferSize() const;
@@ -77,7 +82,9 @@ protected:
 
     boost::mutex m_lifeMutex;  // one open, start, stop or close at a time
     IHALGev* m_pHalGev;
-    IHALGvsp* m_pHalGvsp = nullptr;  // owned; the state manager refers to the pointer
+    // Read and replaced atomically: a call that waits in the HAL keeps it alive beyond a close.
+    std::shared_ptr<IHALGvsp> m_pOwnHalGvsp;
+    IHALGvsp* m_pHalGvsp = nullptr;  // the same; the state manager refers to the pointer
     boost::thread m_grabThread;
     StreamInfo m_streamInfo;
     StreamSettings m_settings{m_streamInfo, m_bufferHandlingMode};

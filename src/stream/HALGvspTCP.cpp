@@ -165,6 +165,11 @@ void HALGvspTCP::_signalNextLeader()
     m_nextLeaderSeen.Signal();
 }
 
+void HALGvspTCP::EndLeaderWaits()
+{
+    m_nextLeaderSeen.End();
+}
+
 int HALGvspTCP::GetServerAddrTCP(void* device, sockaddr_in& address)
 {
     if (device == nullptr) {

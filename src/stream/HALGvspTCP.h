@@ -17,8 +17,7 @@ namespace GenTL {
 ///
 /// Owns: the connection, from Start to Stop. Threads: the consumer's calls all operations but GetNextPacket,
 /// which the grab thread alone calls; Stop may run beside that and ends it. What the cameras can is kept for
-/// the whole process, without a lock: with several cameras the last one read counts. The destructor sends
-/// away who waits for a leader. Locks: none.
+/// the whole process, without a lock: with several cameras the last one read counts. Locks: none.
 class HALGvspTCP : public IHALGvsp
 {
 public:
@@ -66,6 +65,8 @@ public:
 
     /// Releases who waits for a leader.
     void _signalNextLeader();
+    /// The stream closes: who waits for a leader, now or later, gets GC_ERR_ABORT.
+    void EndLeaderWaits();
 
 private:
     int WriteDestination(IHALGev* hal, void* device);
