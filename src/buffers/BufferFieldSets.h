@@ -38,8 +38,8 @@ inline void SetToUser(Buffer& buffer)
     buffer.m_state.store(IN_USER);
 }
 
-/// Forgets the last fill. Whoever owns the bitmap of that fill frees it first: here the pointer is dropped.
-inline void SetToAcquiring(Buffer& buffer)
+/// Forgets the last fill, all but its bitmap.
+inline void ForgetFill(Buffer& buffer)
 {
     buffer.m_imagePresent = false;
     buffer.m_containsChunkData = false;
@@ -47,7 +47,6 @@ inline void SetToAcquiring(Buffer& buffer)
     buffer.m_trailerReceived = false;
     buffer.m_leaderReceived = false;
     buffer.m_nextPacketTimerDone = false;
-    buffer.m_isQueued = true;
     buffer.m_isAcquiring = true;
     buffer.m_isIncomplete = true;
     buffer.m_sizeFilled = 0;
@@ -56,6 +55,13 @@ inline void SetToAcquiring(Buffer& buffer)
     buffer.m_nextExpectedPacketId = 0;
     buffer.m_resendRequestCount = 0;
     buffer.m_packetsRemaining = 0;
+}
+
+/// Whoever owns the bitmap of the last fill frees it first: here the pointer is dropped.
+inline void SetToAcquiring(Buffer& buffer)
+{
+    ForgetFill(buffer);
+    buffer.m_isQueued = true;
     buffer.m_pPacketBitmap = nullptr;
     buffer.m_packetBitmapSize = 0;
     buffer.m_state.store(IN_ACQUIRING);

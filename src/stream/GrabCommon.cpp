@@ -1,6 +1,7 @@
 #include "stream/GrabCommon.h"
 
 #include "buffers/Buffer.h"
+#include "buffers/BufferFieldSets.h"
 #include "buffers/HandleQueue.h"
 #include "frame/GenTLHandle.h"
 #include "log/GLogger.h"
@@ -33,25 +34,6 @@ using BufferLock = boost::lock_guard<boost::recursive_mutex>;
 boost::posix_time::milliseconds TimerPeriod(std::uint32_t ms)
 {
     return boost::posix_time::milliseconds(std::max(ms, 1U));
-}
-
-void ResetForNewImage(Buffer& buffer)
-{
-    buffer.m_imagePresent = false;
-    buffer.m_containsChunkData = false;
-    buffer.m_dataLargerThanBuffer = false;
-    buffer.m_leaderReceived = false;
-    buffer.m_trailerReceived = false;
-    buffer.m_nextPacketTimerDone = false;
-    buffer.m_isAcquiring = true;
-    buffer.m_isIncomplete = true;
-    buffer.m_sizeFilled = 0;
-    buffer.m_frameId = 0;
-    buffer.m_bytesReceived = 0;
-    buffer.m_nextExpectedPacketId = 0;
-    buffer.m_resendRequestCount = 0;
-    buffer.m_packetsRemaining = 0;
-    FreePacketBitmap(buffer);
 }
 
 }  // namespace
@@ -122,7 +104,8 @@ GenTLHandle* PopNextBuffer(std::deque<GenTLHandle*>& input,
     if (hBuffer != nullptr) {
         Buffer& buffer = *CastHandleToBufferPtr(hBuffer);
         const BufferLock lock(buffer.m_mutex);
-        ResetForNewImage(buffer);
+        ForgetFill(buffer);
+        FreePacketBitmap(buffer);
     }
     return hBuffer;
 }
