@@ -465,7 +465,7 @@ TEST_F(Acquisition, LeavesDriverBuffersToTheDriver)
     EXPECT_EQ(0U, InfoOf(stream, STREAM_INFO_NUM_QUEUED));
 }
 
-TEST_F(Acquisition, ReleasesWhoWaitsForALeaderAtStop)
+TEST_F(Acquisition, ReleasesWhoWaitsForALeader)
 {
     EXPECT_EQ(GC_ERR_TIMEOUT, stream.WaitForNextLeader(0));
     EXPECT_EQ(GC_ERR_INVALID_PARAMETER, stream.WaitForNextLeader(1UL << 32));
@@ -477,6 +477,14 @@ TEST_F(Acquisition, ReleasesWhoWaitsForALeaderAtStop)
     waiter.join();
     EXPECT_EQ(0, result);
     EXPECT_EQ(GC_ERR_TIMEOUT, stream.WaitForNextLeader(1)) << "one stop releases one wait";
+
+    waiter = std::thread([&] { result = stream.WaitForNextLeader(GENTL_INFINITE); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(0, stream.Close());
+    waiter.join();
+    EXPECT_EQ(GC_ERR_ABORT, result);
+    EXPECT_EQ(0, stream.Open(new NiceMock<MockGvsp>));
+    EXPECT_EQ(GC_ERR_TIMEOUT, stream.WaitForNextLeader(1));
 }
 
 TEST_F(Acquisition, SettingsAreTakenInTheirTypeAndSize)

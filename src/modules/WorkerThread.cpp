@@ -9,7 +9,6 @@
 #include <exception>
 
 namespace GenTL {
-namespace {
 
 void LogUnlessMemoryIsShort(const char* text)
 {
@@ -19,8 +18,6 @@ void LogUnlessMemoryIsShort(const char* text)
         // A record needs memory too.
     }
 }
-
-}  // namespace
 
 void RunUntilInterrupted(long priority, const std::function<void()>& body)
 {

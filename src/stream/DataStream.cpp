@@ -406,6 +406,7 @@ int DataStream::Announce(std::unique_ptr<Buffer> buffer, void** phBuffer)
 int DataStream::QueueBuffer(void* hBuffer)
 {
     if (const int code = CheckHandle(hBuffer); code != GC_ERR_SUCCESS) {
+        GLogger::Error("GenTL::DataStream::QueueBuffer Buffer handle is not valid GenTL handle");
         return AppendName(code);
     }
     if (CastHandleToIBufferPtr(hBuffer) == nullptr) {

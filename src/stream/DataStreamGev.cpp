@@ -30,6 +30,7 @@ DataStreamGev::DataStreamGev(IHALGev* pHal, void* device, void* parent, unsigned
 DataStreamGev::~DataStreamGev()
 {
     StopGrabThread();
+    m_pLeaderSeen->End();
 }
 
 int DataStreamGev::CheckOpen(const char* function, int line) const
@@ -45,14 +46,14 @@ int DataStreamGev::Open(IHALGvsp* pHal)
         return Raise(GC_ERR_RESOURCE_IN_USE, "DataStreamGev is already open");
     }
     SetHal(pHal != nullptr ? pHal : new HALGvsp());
-    m_leaderSeen.Begin();
+    m_pLeaderSeen->Begin();
     m_isOpen = true;
     return m_pStateManager->SetDriverType(m_pHalGvsp->GetDriverType());
 }
 
 void DataStreamGev::EndLeaderWaits()
 {
-    m_leaderSeen.End();
+    m_pLeaderSeen->End();
 }
 
 // ---- Buffers
@@ -234,14 +235,16 @@ int DataStreamGev::StartGrabThread()
     if (m_streamInfo.m_packetResendEnable) {
         m_grabThread = boost::thread([this] { GrabThreadResend(); });
     } else {
-        m_grabThread = boost::thread([this] { GrabThreadNoCopy(); });
+        // What can fail for want of memory fails here, not unseen in the thread.
+        const auto pGrab = std::make_shared<NoCopyGrab>(*this);
+        m_grabThread = boost::thread([pGrab] { GrabThreadNoCopy(*pGrab); });
     }
     return GC_ERR_SUCCESS;
 }
 
-void DataStreamGev::GrabThreadNoCopy()
+void DataStreamGev::GrabThreadNoCopy(NoCopyGrab& grab)
 {
-    NoCopyGrab(*this).Run();
+    grab.Run();
 }
 
 void DataStreamGev::GrabThreadResend()
@@ -265,7 +268,7 @@ int DataStreamGev::StopAcquisition(int iStopFlags)
         return StoreName(GC_ERR_INVALID_INDEX);
     }
     StopGrabThread();
-    m_leaderSeen.Signal();  // no leader comes any more, and nobody is to wait for it
+    m_pLeaderSeen->Signal();  // no leader comes any more, and nobody is to wait for it
     m_isGrabbing = false;
     const int code = m_pHalGvsp->Stop(m_pHalGev, m_hDevice, m_streamInfo.m_packetSize, m_accessMode);
     m_numStarted = 0;
@@ -275,24 +278,25 @@ int DataStreamGev::StopAcquisition(int iStopFlags)
 
 int DataStreamGev::WaitForNextLeader(unsigned long iTimeout)
 {
-    if (const int code = CheckOpen(); code != GC_ERR_SUCCESS) {
-        return code;
+    const std::shared_ptr<IHALGvsp> pHal = std::atomic_load(&m_pOwnHalGvsp);
+    const std::shared_ptr<LeaderSignal> pLeaderSeen = m_pLeaderSeen;
+    if (pHal == nullptr) {
+        return CheckOpen();
     }
-    if (m_pHalGvsp->GetDriverType() == kDriverLwf) {
-        return m_pHalGvsp->WaitForNextLeader(iTimeout);
-    }
-    return m_leaderSeen.Wait(iTimeout);
+    return pHal->GetDriverType() == kDriverLwf ? pHal->WaitForNextLeader(iTimeout)
+                                               : pLeaderSeen->Wait(iTimeout);
 }
 
 int DataStreamGev::ResetWaitForNextLeader()
 {
-    if (const int code = CheckOpen(); code != GC_ERR_SUCCESS) {
-        return code;
+    const std::shared_ptr<IHALGvsp> pHal = std::atomic_load(&m_pOwnHalGvsp);
+    if (pHal == nullptr) {
+        return CheckOpen();
     }
-    if (m_pHalGvsp->GetDriverType() == kDriverLwf) {
-        return m_pHalGvsp->ResetWaitForNextLeader();
+    if (pHal->GetDriverType() == kDriverLwf) {
+        return pHal->ResetWaitForNextLeader();
     }
-    m_leaderSeen.Reset();
+    m_pLeaderSeen->Reset();
     return GC_ERR_SUCCESS;
 }
 

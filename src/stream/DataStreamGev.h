@@ -8,11 +8,13 @@
 
 #include <cstdint>
 #include <list>
+#include <memory>
 #include <mutex>
 
 namespace GenTL {
 
 class IHALGev;
+class NoCopyGrab;
 struct PacketResendRequest;
 
 /// Opens the camera's stream channel, runs the grab thread and answers the transport's info commands.
@@ -23,7 +25,7 @@ struct PacketResendRequest;
 /// packet resend, GrabThreadNoCopy; the timer thread runs the handlers on m_ioService. StopAcquisition and
 /// the destructor interrupt and join the grab thread. Locks: m_lifeMutex, m_inFlightMutex, then a buffer's
 /// m_mutex, then its m_resendRequestsMutex, a request's m_mutex and m_resendRequestListMutex, or the queue
-/// mutexes, then m_announcedMutex. The mutexes of m_leaderSeen and m_bufferInHand are leaves.
+/// mutexes, then m_announcedMutex. The mutexes of m_pLeaderSeen and m_bufferInHand are leaves.
 ///
 /// Revocation while the grab thread runs. A buffer is the grab thread's from the moment it leaves a queue
 /// until it is handed off:
@@ -58,7 +60,9 @@ public:
     int GetInfo(int iInfoCmd, int* piType, void* pBuffer, std::size_t* piSize) const override;
     int GetBufferInfo(
         void* hBuffer, int iInfoCmd, int* piType, void* pBuffer, std::size_t* piSize) const override;
-    /// The stream runs until it is stopped, whatever iNumToAcquire says; it only must not be 0.
+    /// The stream runs until it is stopped, whatever iNumToAcquire says; it only must not be 0. Without
+    /// memory for the thread's own buffer, of the size of the first one, std::bad_alloc leaves; the stream
+    /// must be stopped then.
     int StartAcquisition(int iStartFlags, unsigned long iNumToAcquire) override;
     /// The stream is stopped even when the camera couldn't be told; the code of that is the result.
     int StopAcquisition(int iStopFlags) override;
@@ -86,12 +90,12 @@ private:
     bool IsLentAfterHandOff(void* hBuffer) const;
 
     // The bodies of the grab thread.
-    void GrabThreadNoCopy();
+    static void GrabThreadNoCopy(NoCopyGrab& grab);
     void GrabThreadResend();
 
     std::list<GenTLHandle*> m_inFlightBuffers;  // images in collection, oldest first
     mutable boost::mutex m_inFlightMutex;       // guards m_inFlightBuffers
-    LeaderSignal m_leaderSeen;
+    std::shared_ptr<LeaderSignal> m_pLeaderSeen = std::make_shared<LeaderSignal>();  // who waits holds it
     std::list<PacketResendRequest*> m_resendRequestList;  // the open ones; their buffers own them
     std::mutex m_resendRequestListMutex;                  // guards m_resendRequestList
     std::uint64_t m_lastResendSerial = 0;                 // guarded by m_inFlightMutex

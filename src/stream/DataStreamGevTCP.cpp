@@ -69,6 +69,9 @@ DataStreamGevTCP::DataStreamGevTCP(IHALGev* pHal, void* device, void* parent, un
 DataStreamGevTCP::~DataStreamGevTCP()
 {
     StopGrabThread();
+    if (m_pHalGvsp != nullptr) {
+        DataStreamGevTCP::EndLeaderWaits();
+    }
 }
 
 int DataStreamGevTCP::CheckOpen(const char* function, int line) const

@@ -6,6 +6,7 @@
 #include "frame/GenTLHandle.h"
 #include "log/GLogger.h"
 #include "log/localization.h"
+#include "modules/WorkerThread.h"
 #include "stream/DataStreamGev.h"
 #include "stream/GvspPacket.h"
 #include "stream/IHALGvsp.h"
@@ -123,7 +124,8 @@ void UpdateImageInfo(const StreamInfo& stream, Buffer& buffer)
 {
     buffer.m_newData = true;
     buffer.m_imagePresent = false;
-    const std::uint64_t filled = buffer.m_bytesReceived;
+    // A packet that came twice counts twice. What the consumer may read ends with the memory all the same.
+    const std::uint64_t filled = std::min<std::uint64_t>(buffer.m_bytesReceived, buffer.m_size);
     buffer.m_sizeFilled = filled;
 
     const std::uint64_t bitsPerLine = (buffer.m_pixelFormat >> 16 & 0xFF) * buffer.m_width;
@@ -138,7 +140,7 @@ void UpdateImageInfo(const StreamInfo& stream, Buffer& buffer)
 void UpdateBufferInfoResend(StreamInfo& stream, Buffer& buffer)
 {
     UpdateImageInfo(stream, buffer);
-    const std::uint64_t filled = buffer.m_sizeFilled;
+    const std::uint64_t filled = buffer.m_bytesReceived;
     if (filled == buffer.m_dataSize) {
         buffer.m_isIncomplete = false;
     } else if (filled < buffer.m_dataSize) {
@@ -162,13 +164,13 @@ void GrabCommon::CheckAndCompleteExpiredBuffers()
     }
 }
 
-void GrabCommon::DeliverAllInFlight()
+void GrabCommon::DeliverAllInFlight(Ending ending)
 {
     const Lock inFlight(m_stream.m_inFlightMutex);
     while (!m_stream.m_inFlightBuffers.empty()) {
         GenTLHandle* hBuffer = m_stream.m_inFlightBuffers.front();
         m_stream.m_inFlightBuffers.pop_front();
-        HandOffInFlightLocked(hBuffer, Ending::Stopped);
+        HandOffInFlightLocked(hBuffer, ending);
     }
 }
 
@@ -219,7 +221,7 @@ void GrabCommon::HandOffInFlightLocked(GenTLHandle* hBuffer, Ending ending)
             unread.push_back(hBuffer);
         } else {
             UpdateBufferInfoResend(info, buffer);
-            if (ending == Ending::Done && m_stream.m_bufferHandlingMode == kNewestOnly) {
+            if (ending != Ending::Stopped && m_stream.m_bufferHandlingMode == kNewestOnly) {
                 unread.assign(m_stream.m_outputBuffers.begin(), m_stream.m_outputBuffers.end());
                 m_stream.m_outputBuffers.clear();
             }
@@ -313,7 +315,7 @@ void GrabCommon::InterPacketTimerWorkerThread(boost::asio::io_service& service)
             service.run();
         } catch (const std::exception& e) {
             // Out of memory in a handler, which has given up its image's timer: the next image gets new ones.
-            GLogger::Error(e.what());
+            LogUnlessMemoryIsShort(e.what());
         }
     }
 }

@@ -69,6 +69,9 @@ void LogNumber(const char* text, std::int64_t number);
 class GrabCommon
 {
 public:
+    /// How an image's collection ends: by itself, with its run, or as what the run before has left.
+    enum class Ending { Done, Stopped, LeftOver };
+
     explicit GrabCommon(DataStreamGev& stream) : m_stream(stream) {}
 
     /// Hands off the images in collection, oldest first, up to the first that is still waited for.
@@ -76,7 +79,7 @@ public:
     void CheckAndCompleteExpiredBuffers();
     /// Hands off all images in collection, as they are: at the stop of a stream, and at its start those that
     /// the run before has left. Grab thread.
-    void DeliverAllInFlight();
+    void DeliverAllInFlight(Ending ending);
 
     /// Starts both timers for the image that begins in buffer. Grab thread.
     void ArmTimersLocked(Buffer& buffer, GenTLHandle* hBuffer);
@@ -107,8 +110,6 @@ private:
     static void BufferExpiryTimerEventHandler(const boost::system::error_code& error,
                                               const TimedImage& image);
     static void NextPacketTimerEventHandler(const boost::system::error_code& error, const TimedImage& image);
-
-    enum class Ending { Done, Stopped };
 
     bool HandOffOldestInFlightLocked();
     void HandOffInFlightLocked(GenTLHandle* hBuffer, Ending ending);

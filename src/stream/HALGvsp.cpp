@@ -87,7 +87,11 @@ int ReceiveTestPacket(const StreamHandle& stream, unsigned size)
                                            kTestPacketTimeoutMs);
 }
 
-int FindPacketSize(IHALGev* hal, void* device, const StreamHandle& stream, std::uint32_t& size)
+int FindPacketSize(IHALGev* hal,
+                   void* device,
+                   const StreamHandle& stream,
+                   std::uint32_t& size,
+                   const char* function = __builtin_FUNCTION())
 {
     constexpr unsigned kFire = kScpsFireTestPacket | kScpsDoNotFragment;
     for (const unsigned candidate : kAutoPacketSizes) {
@@ -95,7 +99,8 @@ int FindPacketSize(IHALGev* hal, void* device, const StreamHandle& stream, std::
             return Append(code,
                           "auto packet size test sent a test packet to device but it failed. Sent packet "
                           "size was " +
-                              std::to_string(candidate));
+                              std::to_string(candidate),
+                          function);
         }
         if (ReceiveTestPacket(stream, candidate) != GC_ERR_SUCCESS) {
             continue;
@@ -104,22 +109,27 @@ int FindPacketSize(IHALGev* hal, void* device, const StreamHandle& stream, std::
         const int code = hal->WriteReg(device, sk_addrScps, kScpsDoNotFragment | candidate);
         if (code != GC_ERR_SUCCESS) {
             LogRegister("failed to set the datastream register to the max packetsize of {0}", candidate);
-            return AppendName(code);
+            return AppendName(code, function);
         }
         return GC_ERR_SUCCESS;
     }
-    return Raise(GC_ERR_ERROR, "failed to find a working packet size");
+    return Raise(GC_ERR_ERROR, "failed to find a working packet size", function);
 }
 
 /// Has the camera send a packet of the size in use. The fire bit is the camera's to clear.
-int TryPacketSize(IHALGev* hal, void* device, const StreamHandle& stream, std::uint32_t size)
+int TryPacketSize(IHALGev* hal,
+                  void* device,
+                  const StreamHandle& stream,
+                  std::uint32_t size,
+                  const char* function = __builtin_FUNCTION())
 {
     const unsigned value = kScpsFireTestPacket | kScpsDoNotFragment | (size & kScpsSizeMask);
     if (const int code = hal->WriteReg(device, sk_addrScps, value); code != GC_ERR_SUCCESS) {
-        return Append(code, "sending a test packet to device failed");
+        return Append(code, "sending a test packet to device failed", function);
     }
     if (const int code = ReceiveTestPacket(stream, size); code != GC_ERR_SUCCESS) {
-        return Append(code, "test packet failed. Could be because mtu is < than that of the device");
+        return Append(code, "test packet failed. Could be because mtu is < than that of the device",
+                      function);
     }
     return GC_ERR_SUCCESS;
 }
@@ -127,9 +137,7 @@ int TryPacketSize(IHALGev* hal, void* device, const StreamHandle& stream, std::u
 int TestPacketSize(
     IHALGev* hal, void* device, const StreamHandle& stream, std::uint32_t& size, bool automatic)
 {
-    const int code =
-        automatic ? FindPacketSize(hal, device, stream, size) : TryPacketSize(hal, device, stream, size);
-    return code == GC_ERR_SUCCESS ? code : AppendName(code);
+    return automatic ? FindPacketSize(hal, device, stream, size) : TryPacketSize(hal, device, stream, size);
 }
 
 /// Three packet delays of the camera in ms, and never less than 40.

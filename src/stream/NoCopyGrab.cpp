@@ -69,9 +69,15 @@ void CopyImageFields(const Buffer& from, Buffer& to)
 
 }  // namespace
 
-NoCopyGrab::NoCopyGrab(DataStreamGev& stream) : m_stream(stream), m_common(stream) {}
+NoCopyGrab::NoCopyGrab(DataStreamGev& stream) : m_stream(stream), m_common(stream)
+{
+    MakeSpare();
+}
 
-NoCopyGrab::~NoCopyGrab() = default;
+NoCopyGrab::~NoCopyGrab()
+{
+    FreeSpare();
+}
 
 void NoCopyGrab::Run()
 {
@@ -86,12 +92,11 @@ void NoCopyGrab::Run()
 void NoCopyGrab::SetUp()
 {
     StreamInfo& info = m_stream.m_streamInfo;
-    MakeSpare();
     m_headerSize = HeaderSizeOfProcess(info.m_extendedId);
     m_packetSize = std::min(info.m_packetSize, kLongestDatagram);
     m_packet.resize(std::max<std::size_t>(m_packetSize, kGvspParsedSpan));
     // What the run before has left goes out as an image of that run, or its ids would count as a gap.
-    m_common.DeliverAllInFlight();
+    m_common.DeliverAllInFlight(GrabCommon::Ending::LeftOver);
     info.m_lastBlockId = 0;
     info.m_currentBlockId = 1;
     m_payloadPerPacket = GvspPayloadPerPacket(m_packetSize, m_headerSize);
@@ -148,6 +153,11 @@ void NoCopyGrab::TearDown()
         m_common.CancelInFlightTimersLocked();
     }
     m_common.StopTimerThread();
+    FreeSpare();
+}
+
+void NoCopyGrab::FreeSpare()
+{
     if (m_spare != nullptr) {
         delete m_spare->m_pNextPacketTimer;
         delete m_spare->m_pBufferExpiryTimer;
@@ -155,6 +165,7 @@ void NoCopyGrab::TearDown()
     }
     if (m_hSpare != nullptr) {
         DeleteHandle(m_hSpare);
+        m_hSpare = nullptr;
     }
 }
 
@@ -163,7 +174,7 @@ bool NoCopyGrab::BeginImage()
 {
     DataStreamGev& s = m_stream;
     const Lock inFlight(s.m_inFlightMutex);
-    // Unless a waiting image is to be overwritten there is nothing to queue, and the call fails.
+    // Unless a waiting image is to be overwritten there is nothing to queue: the call fails and is logged.
     s.QueueBuffer(CheckBufferAvailability(s.m_inputBuffers, s.m_inputMutex, s.m_outputBuffers,
                                           s.m_outputMutex, s.m_bufferHandlingMode));
     m_hBuffer = PopNextBuffer(s.m_inputBuffers, s.m_inputMutex, m_hSpare, m_usesSpare);
@@ -406,7 +417,7 @@ void NoCopyGrab::StorePacket()
 void NoCopyGrab::StoreFirstLocked()
 {
     if (StoreWholeLocked()) {
-        m_stream.m_leaderSeen.Signal();
+        m_stream.m_pLeaderSeen->Signal();
     }
     if (!m_isArmed) {
         m_isArmed = true;
@@ -471,12 +482,15 @@ void NoCopyGrab::StoreInPlaceLocked()
     const std::uint64_t room = std::min<std::uint64_t>(m_payloadPerPacket, from.room);
     if (m_pData != Image() + from.offset) {
         // The rest of an image, received beside it.
+        if (m_dataReceived > room) {
+            m_pBuffer->m_dataLargerThanBuffer = true;
+        }
         std::memcpy(Image() + from.offset, m_pData, std::min<std::uint64_t>(room, m_dataReceived));
     }
     if (m_header.m_packetId != m_expected) {
         // Out of order. The expected place keeps a copy until its own packet comes, if ever.
         const PacketPlace to = PlaceOf(m_header.m_packetId);
-        if (to.room < room) {
+        if (m_dataReceived > to.room) {
             m_pBuffer->m_dataLargerThanBuffer = true;
         }
         std::memmove(Image() + to.offset, Image() + from.offset, std::min(room, to.room));

@@ -19,18 +19,19 @@ namespace GenTL {
 /// right afterwards. A trailer or a newer block ends the image.
 ///
 /// Owns: the spare buffer with its handle, memory and timers, the packet and header buffers. Borrows: the
-/// stream. Threads: everything is the grab thread, which starts and joins the timer thread. It ends by
-/// interruption. Locks: m_inFlightMutex, then the mutex of the buffer in hand, then the queue mutexes. None
-/// is held while receiving. Operations in ...Locked need the buffer's mutex held.
+/// stream. Threads: everything but the constructor is the grab thread's, which starts and joins the timer
+/// thread. It ends by interruption. Locks: m_inFlightMutex, then the mutex of the buffer in hand, then the
+/// queue mutexes. None is held while receiving. Operations in ...Locked need the buffer's mutex held.
 class NoCopyGrab
 {
 public:
+    /// Makes the spare. Throws std::bad_alloc.
     explicit NoCopyGrab(DataStreamGev& stream);
     NoCopyGrab(const NoCopyGrab&) = delete;
     NoCopyGrab& operator=(const NoCopyGrab&) = delete;
     ~NoCopyGrab();
 
-    /// Grabs images until the thread is interrupted. Doesn't throw.
+    /// Grabs images until the thread is interrupted.
     void Run();
 
 private:
@@ -44,6 +45,7 @@ private:
     void MakeSpare();
     void GrabImages();
     void TearDown();
+    void FreeSpare();
 
     // One image.
     bool BeginImage();

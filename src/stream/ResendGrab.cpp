@@ -75,7 +75,7 @@ void ResendGrab::SetUp()
     m_packet.resize(std::max<std::size_t>(m_packetSize, kGvspParsedSpan));
     // What a run without resend left in collection has no timers, and would be waited for without end. It
     // goes out as an image of that run, or its ids would count as a gap.
-    m_common.DeliverAllInFlight();
+    m_common.DeliverAllInFlight(GrabCommon::Ending::LeftOver);
     info.m_currentBlockId = 1;
     info.m_lastBlockId = 0;
     info.m_resendRetryInterval = kResendRetryInterval;
@@ -105,7 +105,7 @@ void ResendGrab::GrabImages()
 void ResendGrab::TearDown()
 {
     const boost::this_thread::disable_interruption noInterruption;
-    m_common.DeliverAllInFlight();
+    m_common.DeliverAllInFlight(GrabCommon::Ending::Stopped);
     m_common.StopTimerThread();
 }
 
@@ -307,7 +307,7 @@ void ResendGrab::StoreLeaderLocked(Buffer& buffer)
     buffer.m_payloadType = info.m_payloadType;
     CountLocked(buffer);
     AdvanceExpectedPacketId(buffer, m_header.m_packetId);
-    m_stream.m_leaderSeen.Signal();
+    m_stream.m_pLeaderSeen->Signal();
 }
 
 /// What is expected stays as it is: it tells how far the payload has come.
