@@ -10,9 +10,11 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <deque>
 #include <future>
 #include <limits>
@@ -620,6 +622,34 @@ TEST(ControlSocket, HandsBackTheTimeoutBeforeAndCachesOneUnlessQuiet)
     EXPECT_EQ(0, ErrorCache::GetErrorCache()->Count());
     EXPECT_EQ(GC_ERR_TIMEOUT, socket.Receive(buffer, sizeof buffer, false));
     EXPECT_EQ(1, ErrorCache::GetErrorCache()->Count());
+}
+
+// A program's timers and profilers send signals all the time, also in the middle of an answer's way.
+TEST(ControlSocket, WaitsThroughSignalsForOneTimeout)
+{
+    struct sigaction ignored
+    {
+    };
+    ignored.sa_handler = [](int) {};
+    struct sigaction before
+    {
+    };
+    sigaction(SIGALRM, &ignored, &before);
+    CommSocket socket;
+    ASSERT_EQ(0, socket.OpenAndBindSocket(LoopbackAddress(8, 0), "127.0.0.1", 3956, false, 100));
+    const itimerval often{
+        {0, 5000},
+        {0, 5000}
+    };
+    const itimerval never{};
+    setitimer(ITIMER_REAL, &often, nullptr);
+    const auto begin = Clock::now();
+    char buffer[8];
+    EXPECT_EQ(GC_ERR_TIMEOUT, socket.Receive(buffer, sizeof buffer, true));
+    EXPECT_LE(std::chrono::milliseconds(95), Clock::now() - begin);
+    EXPECT_GT(std::chrono::seconds(5), Clock::now() - begin);
+    setitimer(ITIMER_REAL, &never, nullptr);
+    sigaction(SIGALRM, &before, nullptr);
 }
 
 TEST(ControlSocket, CloseWakesAReaderAndTouchesNoOtherDescriptor)

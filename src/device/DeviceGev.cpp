@@ -15,8 +15,6 @@
 #include "stream/DataStreamGevTCP.h"
 #include "xml/LocalXml.h"
 
-#include <dlfcn.h>
-
 #include <algorithm>
 #include <cctype>
 #include <climits>
@@ -197,12 +195,6 @@ int EndListening(IMessageChannel& channel)
     return first;
 }
 
-/// Keeps the library in memory for a thread of its own that is left behind.
-void PinLibrary()
-{
-    dlopen(GetGenTLFilePath().c_str(), RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
-}
-
 }  // namespace
 
 DeviceGev::DeviceGev(IHALGev* hal, const std::string& interfaceId, void* parent, void* deviceHandle)
@@ -221,7 +213,7 @@ DeviceGev::~DeviceGev()
     DeleteMessageChannels();
     if (m_heartbeatThread.joinable()) {
         m_heartbeatThread.detach();
-        PinLibrary();
+        KeepLibraryLoaded();
     } else if (!m_isClosed) {
         m_pHal->CloseDevice(m_hDevice);
     }
@@ -523,12 +515,14 @@ int DeviceGev::Close()
     const int released = m_accessStatus == DEVICE_ACCESS_STATUS_READWRITE ? GiveUpControl() : GC_ERR_SUCCESS;
     if (m_pRemoteDevice != nullptr) {
         m_pRemoteDevice.reset();
-        if (const int code = DeleteHandle(m_hRemoteDevice); code != GC_ERR_SUCCESS) {
-            AppendName(code);
+        if (m_hRemoteDevice != nullptr) {  // or there was no memory for the handle
+            if (const int code = DeleteHandle(m_hRemoteDevice); code != GC_ERR_SUCCESS) {
+                AppendName(code);
+            }
         }
     }
-    m_isClosed = true;
-    const int closed = m_pHal->CloseDevice(m_hDevice);
+    const bool isFirst = !std::exchange(m_isClosed, true);
+    const int closed = isFirst ? m_pHal->CloseDevice(m_hDevice) : GC_ERR_SUCCESS;
     if (closed != GC_ERR_SUCCESS) {
         AppendName(closed);
     }

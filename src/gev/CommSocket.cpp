@@ -2,6 +2,7 @@
 
 #include "frame/Error.h"
 #include "gev/RandomMutex.h"
+#include "gev/ReadUninterrupted.h"
 #include "gev/UniqueFd.h"
 #include "log/HLogger.h"
 
@@ -108,7 +109,7 @@ int CommSocket::OpenAndBindSocket(
 
 /// True when the port in hand at the end isn't below the first one. So a search that wrapped counts as failed
 /// even if it found a port, and one that went once round without success, as on an address that the host has
-/// lost, counts as done: that socket's sends fail or reach nobody.
+/// lost, counts as done: the first send binds that socket, and goes where the routes lead.
 bool CommSocket::BindToFreePort(int descriptor)
 {
     const int firstPort = ntohs(m_local.sin_port);
@@ -163,8 +164,9 @@ int CommSocket::Send(const char* data, int length)
 int CommSocket::Receive(char* buffer, int length, bool quiet)
 {
     const std::shared_ptr<const UniqueFd> descriptor = std::atomic_load(&m_pDescriptor);
-    const ssize_t received = recvfrom(descriptor ? descriptor->Get() : -1, buffer,
-                                      static_cast<std::size_t>(length), 0, nullptr, nullptr);
+    const int fd = descriptor ? descriptor->Get() : -1;
+    const ssize_t received = ReadUninterrupted(
+        fd, [&] { return recvfrom(fd, buffer, static_cast<std::size_t>(length), 0, nullptr, nullptr); });
     int error = received < 0 ? errno : 0;
     if (received == 0 && std::atomic_load(&m_pDescriptor) != descriptor) {
         // Woken by Close; an empty datagram looks the same.

@@ -6,6 +6,7 @@
 #include "gev/SignalBlock.h"
 #include "gev/UniqueFd.h"
 #include "log/HLogger.h"
+#include "log/LogUnlessMemoryIsShort.h"
 #include "log/localization.h"
 
 #include <boost/thread/lock_guard.hpp>
@@ -23,6 +24,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <limits>
 #include <mutex>
 #include <new>
@@ -155,6 +157,19 @@ private:
     std::unique_lock<std::mutex> m_turn;
 };
 
+/// The body of a reader.
+void ReadDiscoveryAcks(AdapterHandle* adapter,
+                       std::vector<std::tuple<std::string, unsigned>>& devices,
+                       long timeoutMs,
+                       bool useBroadcastSocket)
+{
+    try {
+        ProcessDiscoveryAck(adapter, devices, timeoutMs, useBroadcastSocket);
+    } catch (const std::exception& e) {
+        LogUnlessMemoryIsShort(e.what());
+    }
+}
+
 }  // namespace
 
 int HALGev::GetInterfaces(std::vector<std::string>& ids)
@@ -283,11 +298,14 @@ int HALGev::GetDevices(void* adapterHandle,
     discovery.ForgetDevices();
     {
         const boost::this_thread::disable_interruption noInterruption;
+        boost::scoped_thread<> direct;
+        boost::scoped_thread<> broadcast;
+        // The readers inherit the block; the consumer's thread, which waits for them, gets its signals.
         const SignalBlock noSignals;
-        const boost::scoped_thread<> direct(ProcessDiscoveryAck, &adapter, boost::ref(devices), long{timeout},
-                                            false);
-        const boost::scoped_thread<> broadcast(ProcessDiscoveryAck, &adapter, boost::ref(devices),
-                                               long{timeout}, true);
+        direct =
+            boost::scoped_thread<>(ReadDiscoveryAcks, &adapter, boost::ref(devices), long{timeout}, false);
+        broadcast =
+            boost::scoped_thread<>(ReadDiscoveryAcks, &adapter, boost::ref(devices), long{timeout}, true);
     }
 
     int discoveryTimeout = 0;

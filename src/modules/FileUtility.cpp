@@ -76,4 +76,9 @@ int GetGenTLPortURL(std::string fileName, char* sURL, size_t* piSize)
     return GC_ERR_SUCCESS;
 }
 
+void KeepLibraryLoaded()
+{
+    dlopen(GetGenTLFilePath().c_str(), RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
+}
+
 }  // namespace GenTL

@@ -6,6 +6,7 @@
 #include "frame/GenTLHandle.h"
 #include "gev/IHALGev.h"
 #include "log/GLogger.h"
+#include "modules/FileUtility.h"
 #include "xml/LocalXml.h"
 
 #include <boost/thread/lock_guard.hpp>
@@ -23,10 +24,16 @@ namespace {
 
 using DeviceList = std::vector<std::tuple<std::string, unsigned int>>;
 
+DeviceList Sorted(DeviceList list)
+{
+    std::sort(list.begin(), list.end());
+    return list;
+}
+
 /// A new order is no change; a new address of a camera is one.
 bool IsChanged(const DeviceList& now, const DeviceList& before)
 {
-    return !std::is_permutation(now.begin(), now.end(), before.begin(), before.end());
+    return Sorted(now) != Sorted(before);
 }
 
 std::string ListOfDevices(const DeviceList& devices)
@@ -218,7 +225,9 @@ int InterfaceGev::Close()
     if (code != GC_ERR_SUCCESS) {
         AppendName(code);
     }
-    g_openedDevicesRegistry.PopInterfaceEntry(m_portInfo.id);
+    if (!g_openedDevicesRegistry.PopInterfaceEntry(m_portInfo.id).devices.empty()) {
+        KeepLibraryLoaded();  // their threads work on
+    }
     return code == GC_ERR_SUCCESS ? code : AppendName(code);
 }
 

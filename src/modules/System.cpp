@@ -252,8 +252,8 @@ int System::OpenInterface(const char* sIfaceID, void* hSystem, void** phIface)
     const int code = g_openedDevicesRegistry.AddInterfaceEntry(id, *phIface);
     if (code != GC_ERR_SUCCESS) {
         // An interface that is open already. The address of the consumer's variable is no handle, so this
-        // reports a second failure; handle record and adapter socket stay behind. Consumers know the answer
-        // in this form.
+        // reports a second failure; handle record and adapter socket stay behind, and the socket takes the
+        // answers to discovery from that of the open interface. Consumers know the answer in this form.
         iface.reset();
         AppendName(DeleteHandle(phIface));
         return AppendName(code);

@@ -1,6 +1,6 @@
 #include "modules/WorkerThread.h"
 
-#include "log/GLogger.h"
+#include "log/LogUnlessMemoryIsShort.h"
 #include "modules/ThreadPriority.h"
 
 #include <boost/chrono/duration.hpp>
@@ -9,15 +9,6 @@
 #include <exception>
 
 namespace GenTL {
-
-void LogUnlessMemoryIsShort(const char* text)
-{
-    try {
-        GLogger::Error(text);
-    } catch (const std::exception&) {
-        // A record needs memory too.
-    }
-}
 
 void RunUntilInterrupted(long priority, const std::function<void()>& body)
 {

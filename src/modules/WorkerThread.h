@@ -10,7 +10,4 @@ namespace GenTL {
 /// waits for the interruption: whoever started it counts on joining it. Doesn't throw.
 void RunUntilInterrupted(long priority, const std::function<void()>& body);
 
-/// Logs an error where an exception, which is for want of memory, must not follow another. Doesn't throw.
-void LogUnlessMemoryIsShort(const char* text);
-
 }  // namespace GenTL

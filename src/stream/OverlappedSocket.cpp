@@ -2,6 +2,7 @@
 
 #include "frame/Error.h"
 #include "gev/RandomMutex.h"
+#include "gev/ReadUninterrupted.h"
 #include "log/HLogger.h"
 #include "log/localization.h"
 
@@ -182,7 +183,8 @@ int OverlappedSocket::GetNextResult(char* buffer, int size, int& length, int tim
             return AppendName(code);
         }
     }
-    const ssize_t received = recv(m_socket, buffer, Size(size), 0);
+    const ssize_t received =
+        ReadUninterrupted(m_socket, [&] { return recv(m_socket, buffer, Size(size), 0); });
     if (received < 0) {
         return ReadFailed("GenTL::OverlappedSocket::GetNextResult recv",
                           "GenTL::OverlappedSocket::GetNextResult recv Buffer size: {0}", size);
@@ -209,7 +211,7 @@ int OverlappedSocket::GetNextResultNoCopy(char* header,
         {header, Size(headerSize)},
         {data,   Size(dataSize)  },
     };
-    const ssize_t received = readv(m_socket, places, 2);
+    const ssize_t received = ReadUninterrupted(m_socket, [&] { return readv(m_socket, places, 2); });
     if (received < 0) {
         return ReadFailed("GenTL::OverlappedSocket::Receive recvfrom",
                           "GenTL::OverlappedSocket::Receive recvfrom Buffer size: {0}", dataSize);
