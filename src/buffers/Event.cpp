@@ -2,6 +2,8 @@
 
 #include "frame/Error.h"
 
+#include <string>
+
 namespace GenTL {
 
 Event::Event(int type, std::uint64_t sizeMax, std::uint64_t infoDataSizeMax)
@@ -38,6 +40,32 @@ int Event::GetInfo(int iInfoCmd, int* piType, void* pBuffer, std::size_t* piSize
                          "iInfoCmd must be one of :\n"
                          "GenTL::EVENT_EVENT_TYPE, GenTL::EVENT_NUM_IN_QUEUE, GenTL::EVENT_NUM_FIRED, \n"
                          "GenTL::EVENT_SIZE_MAX, GenTL::EVENT_INFO_DATA_SIZE_MAX");
+    }
+}
+
+int Event::AnswerFixedTexts(const void* pInBuffer,
+                            std::size_t iInSize,
+                            int iInfoCmd,
+                            int* piType,
+                            void* pOutBuffer,
+                            std::size_t* piOutSize,
+                            const char* function) const
+{
+    if (pInBuffer == nullptr) {
+        return StoreName(GC_ERR_INVALID_HANDLE, function);
+    }
+    if (iInSize == 0 || piOutSize == nullptr || piType == nullptr) {
+        return StoreName(GC_ERR_INVALID_PARAMETER, function);
+    }
+    switch (iInfoCmd) {
+        case EVENT_DATA_ID:
+            return m_info.SetInfo(std::string("New Buffer Event"), piType, pOutBuffer, piOutSize);
+        case EVENT_DATA_VALUE:
+            return m_info.SetInfo(std::string("No buffer data value"), piType, pOutBuffer, piOutSize);
+        case EVENT_DATA_NUMID:
+            return StoreName(GC_ERR_NOT_AVAILABLE, function);
+        default:
+            return StoreName(GC_ERR_INVALID_INDEX, function);
     }
 }
 

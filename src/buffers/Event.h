@@ -35,6 +35,16 @@ protected:
     /// type is an EVENT_TYPE; the sizes are EVENT_SIZE_MAX and EVENT_INFO_DATA_SIZE_MAX in bytes.
     Event(int type, std::uint64_t sizeMax, std::uint64_t infoDataSizeMax);
 
+    /// GetDataInfo of an event whose data the library doesn't look into; raises in its name. The words are
+    /// those of the stream's event for all: consumers know them.
+    int AnswerFixedTexts(const void* pInBuffer,
+                         std::size_t iInSize,
+                         int iInfoCmd,
+                         int* piType,
+                         void* pOutBuffer,
+                         std::size_t* piOutSize,
+                         const char* function = __builtin_FUNCTION()) const;
+
     const int m_eventType;
     std::atomic<std::uint64_t> m_numInQueue{0};  // as last asked for
     std::atomic<std::uint64_t> m_numFired{0};    // handed to the consumer

@@ -74,22 +74,7 @@ int NewBufferEvent::GetDataInfo(const void* pInBuffer,
                                 void* pOutBuffer,
                                 std::size_t* piOutSize) const
 {
-    if (pInBuffer == nullptr) {
-        return StoreName(GC_ERR_INVALID_HANDLE);
-    }
-    if (iInSize == 0 || piOutSize == nullptr || piType == nullptr) {
-        return StoreName(GC_ERR_INVALID_PARAMETER);
-    }
-    switch (iInfoCmd) {
-        case EVENT_DATA_ID:
-            return m_info.SetInfo(std::string("New Buffer Event"), piType, pOutBuffer, piOutSize);
-        case EVENT_DATA_VALUE:
-            return m_info.SetInfo(std::string("No buffer data value"), piType, pOutBuffer, piOutSize);
-        case EVENT_DATA_NUMID:
-            return StoreName(GC_ERR_NOT_AVAILABLE);
-        default:
-            return StoreName(GC_ERR_INVALID_INDEX);
-    }
+    return AnswerFixedTexts(pInBuffer, iInSize, iInfoCmd, piType, pOutBuffer, piOutSize);
 }
 
 int NewBufferEvent::GetInfo(int iInfoCmd, int* piType, void* pBuffer, std::size_t* piSize)

@@ -2,10 +2,11 @@
 
 #include "frame/Error.h"
 #include "frame/GenTL.h"
-#include "gev/Handles.h"
 #include "gev/IHALGev.h"
 #include "log/HLogger.h"
 #include "log/localization.h"
+#include "stream/OverlappedSocket.h"
+#include "stream/StreamChannel.h"
 
 #include <arpa/inet.h>
 
@@ -21,52 +22,16 @@ constexpr unsigned sk_addrGvmcCaps = 0x0930;
 constexpr unsigned sk_addrMcp = 0x0B00;
 constexpr unsigned sk_addrMcda = 0x0B10;
 constexpr unsigned sk_addrMcsp = 0x0B1C;
-constexpr unsigned sk_addrScp = 0x0D00;
-
-constexpr unsigned kGvmcCapsMcspReadable = 0x80000000;
 
 constexpr const char* kMulticastGroup = "239.11.11.11";
 
-bool HasControl(int accessMode)
-{
-    return accessMode == DEVICE_ACCESS_CONTROL || accessMode == DEVICE_ACCESS_EXCLUSIVE;
-}
+constexpr FirewallTexts kFirewallTexts{"anonymous::TraverseFirewall WriteReg {0} with err",
+                                       "anonymous::TraverseFirewall stream.m_pSocket->Send failed with err",
+                                       true};
 
 std::string RegisterText(const char* text, unsigned address)
 {
     return loc::al(text, {std::to_string(address).c_str()});
-}
-
-/// The adapter's address on the camera's network.
-sockaddr_in HostAddress(void* device)
-{
-    return ToDevice(device)->m_pSocket->LocalAddress();
-}
-
-/// Sends a datagram to where the events will come from, so that a stateful firewall lets them in.
-int TraverseFirewall(IHALGev* hal, void* device, const MCHandle& mcHandle, unsigned capabilities)
-{
-    if ((capabilities & kGvmcCapsMcspReadable) == 0) {
-        return GC_ERR_NOT_AVAILABLE;
-    }
-    if (device == nullptr) {
-        return StoreName(GC_ERR_INVALID_HANDLE);
-    }
-    unsigned port = 0;
-    if (const int code = hal->ReadReg(device, sk_addrMcsp, port); code != GC_ERR_SUCCESS) {
-        HLogger::Error(RegisterText("anonymous::TraverseFirewall WriteReg {0} with err", sk_addrMcsp).c_str(),
-                       code);
-        return AppendName(code);
-    }
-    sockaddr_in camera = ToDevice(device)->m_pSocket->RemoteAddress();
-    camera.sin_port = htons(static_cast<std::uint16_t>(port));
-    constexpr char kNothing[4] = {};
-    if (const int code = mcHandle.m_pSocket->Send(kNothing, sizeof kNothing, camera);
-        code != GC_ERR_SUCCESS) {
-        HLogger::Error("anonymous::TraverseFirewall stream.m_pSocket->Send failed with err", code);
-        return AppendName(code);
-    }
-    return GC_ERR_SUCCESS;
 }
 
 int OpeningFailed(int code, const char* function)
@@ -95,7 +60,8 @@ int HALGvmc::Start(IHALGev* hal, void* device, bool multicast, int accessMode)
         return code;
     }
     // Events come without the firewall datagram as well, where nothing stands in their way.
-    if (const int traversed = TraverseFirewall(hal, device, m_handle, m_capabilities);
+    if (const int traversed =
+            TraverseFirewall(hal, device, *m_handle.m_pSocket, m_capabilities, sk_addrMcsp, kFirewallTexts);
         traversed != GC_ERR_SUCCESS) {
         HLogger::Error("GenTL::HALGvmc::Start TraverseFirewall", traversed);
     }

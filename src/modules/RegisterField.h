@@ -11,17 +11,22 @@ namespace GenTL {
 // The consumer's buffer may be unaligned, so the fields are copied by way of a local. Both leave the size as
 // given. GC_ERR_INVALID_HANDLE on a null pointer, GC_ERR_BUFFER_TOO_SMALL below the field's bytes.
 
+inline int CheckField(const void* pBuffer, const unsigned long* piSize, unsigned long fieldSize)
+{
+    if (pBuffer == nullptr || piSize == nullptr) {
+        return GC_ERR_INVALID_HANDLE;
+    }
+    return *piSize < fieldSize ? GC_ERR_BUFFER_TOO_SMALL : GC_ERR_SUCCESS;
+}
+
 template <typename Module, typename Field>
 int ReadField(const Module& module,
               int (Module::*get)(Field*) const,
               void* pBuffer,
               const unsigned long* piSize)
 {
-    if (pBuffer == nullptr || piSize == nullptr) {
-        return GC_ERR_INVALID_HANDLE;
-    }
-    if (*piSize < sizeof(Field)) {
-        return GC_ERR_BUFFER_TOO_SMALL;
+    if (const int code = CheckField(pBuffer, piSize, sizeof(Field)); code != GC_ERR_SUCCESS) {
+        return code;
     }
     Field value = 0;
     const int code = (module.*get)(&value);
@@ -35,11 +40,8 @@ int WriteField(Module& module,
                const void* pBuffer,
                const unsigned long* piSize)
 {
-    if (pBuffer == nullptr || piSize == nullptr) {
-        return GC_ERR_INVALID_HANDLE;
-    }
-    if (*piSize < sizeof(Field)) {
-        return GC_ERR_BUFFER_TOO_SMALL;
+    if (const int code = CheckField(pBuffer, piSize, sizeof(Field)); code != GC_ERR_SUCCESS) {
+        return code;
     }
     Field value = 0;
     std::memcpy(&value, pBuffer, sizeof value);

@@ -261,11 +261,8 @@ int DataStreamGev::StopAcquisition(int iStopFlags)
     if (!m_isGrabbing) {
         return Raise(GC_ERR_RESOURCE_IN_USE, "acquisition engine was not started");
     }
-    if (iStopFlags == ACQ_STOP_FLAGS_KILL) {
-        return StoreName(GC_ERR_NOT_IMPLEMENTED);
-    }
-    if (iStopFlags != ACQ_STOP_FLAGS_DEFAULT) {
-        return StoreName(GC_ERR_INVALID_INDEX);
+    if (const int code = CheckStopFlags(iStopFlags); code != GC_ERR_SUCCESS) {
+        return code;
     }
     StopGrabThread();
     m_pLeaderSeen->Signal();  // no leader comes any more, and nobody is to wait for it

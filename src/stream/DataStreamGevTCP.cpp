@@ -312,11 +312,8 @@ int DataStreamGevTCP::StopAcquisition(int iStopFlags)
     if (!m_isGrabbing) {
         return StoreName(GC_ERR_RESOURCE_IN_USE);
     }
-    if (iStopFlags == ACQ_STOP_FLAGS_KILL) {
-        return StoreName(GC_ERR_NOT_IMPLEMENTED);
-    }
-    if (iStopFlags != ACQ_STOP_FLAGS_DEFAULT) {
-        return StoreName(GC_ERR_INVALID_INDEX);
+    if (const int code = CheckStopFlags(iStopFlags); code != GC_ERR_SUCCESS) {
+        return code;
     }
     // First the connection, so that a blocked read ends.
     const int code = m_pHalGvsp->Stop(m_pHalGev, m_hDevice, m_streamInfo.m_packetSize, m_accessMode);

@@ -188,6 +188,15 @@ StreamStartParams GevStream::MakeStartParams(std::uint64_t bufferSize) const
     return params;
 }
 
+int GevStream::CheckStopFlags(int iStopFlags, const char* function)
+{
+    if (iStopFlags == ACQ_STOP_FLAGS_KILL) {
+        return StoreName(GC_ERR_NOT_IMPLEMENTED, function);
+    }
+    return iStopFlags == ACQ_STOP_FLAGS_DEFAULT ? static_cast<int>(GC_ERR_SUCCESS)
+                                                : StoreName(GC_ERR_INVALID_INDEX, function);
+}
+
 void GevStream::CountFromZero()
 {
     m_numDelivered = 0;

@@ -73,6 +73,8 @@ protected:
     std::uint64_t FirstBufferSize() const;
     /// What the stream's settings say. bufferSize is in bytes.
     StreamStartParams MakeStartParams(std::uint64_t bufferSize) const;
+    /// Raises in the name of the caller.
+    static int CheckStopFlags(int iStopFlags, const char* function = __builtin_FUNCTION());
     /// The statistics of a run that begins.
     void CountFromZero();
     /// Interrupts and joins. Needs the whole object: the thread's end queues buffers.

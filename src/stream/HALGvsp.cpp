@@ -28,7 +28,6 @@ constexpr unsigned sk_addrScps = 0x0D04;
 constexpr unsigned sk_addrScpd = 0x0D08;
 constexpr unsigned sk_addrScsp = 0x0D1C;
 
-constexpr unsigned kGvspCapsScspReadable = 0x80000000;
 constexpr unsigned kGvcpCapsPacketResend = 0x00000004;
 constexpr unsigned kScpsFireTestPacket = 0x80000000;
 constexpr unsigned kScpsDoNotFragment = 0x40000000;
@@ -46,34 +45,13 @@ std::uint32_t Saturate(double value)
     return std::isnan(value) ? 0 : static_cast<std::uint32_t>(std::clamp(value, 0.0, kMax));
 }
 
-/// Sends a datagram to where the stream will come from, so that a stateful firewall lets the stream in.
-int TraverseFirewall(IHALGev* hal, void* device, const StreamHandle& stream, unsigned capabilities)
-{
-    if ((capabilities & kGvspCapsScspReadable) == 0) {
-        return GC_ERR_NOT_AVAILABLE;
-    }
-    if (device == nullptr) {
-        return StoreName(GC_ERR_INVALID_HANDLE);
-    }
-    unsigned port = 0;
-    if (const int code = hal->ReadReg(device, sk_addrScsp, port); code != GC_ERR_SUCCESS) {
-        LogRegister("anonymous::TraverseFirewall WriteReg {0}", sk_addrScsp);
-        return AppendName(code);
-    }
-    sockaddr_in camera = CameraAddress(device);
-    camera.sin_port = htons(static_cast<std::uint16_t>(port));
-    constexpr char kNothing[4] = {};
-    if (const int code = stream.m_pSocket->Send(kNothing, sizeof kNothing, camera); code != GC_ERR_SUCCESS) {
-        HLogger::Error("anonymous::TraverseFirewall stream.m_pSocket->Send");
-        return AppendName(code);
-    }
-    return GC_ERR_SUCCESS;
-}
-
 /// The stream comes without the firewall datagram as well, where nothing stands in its way.
 void TryTraverseFirewall(IHALGev* hal, void* device, const StreamHandle& stream, unsigned capabilities)
 {
-    if (TraverseFirewall(hal, device, stream, capabilities) != GC_ERR_SUCCESS) {
+    constexpr FirewallTexts kTexts{"anonymous::TraverseFirewall WriteReg {0}",
+                                   "anonymous::TraverseFirewall stream.m_pSocket->Send", false};
+    if (TraverseFirewall(hal, device, *stream.m_pSocket, capabilities, sk_addrScsp, kTexts) !=
+        GC_ERR_SUCCESS) {
         HLogger::Error("GenTL::HALGvsp::Start TraverseFirewall");
     }
 }

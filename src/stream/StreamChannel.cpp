@@ -5,6 +5,9 @@
 #include "gev/IHALGev.h"
 #include "log/HLogger.h"
 #include "log/localization.h"
+#include "stream/OverlappedSocket.h"
+
+#include <arpa/inet.h>
 
 #include <string>
 
@@ -13,6 +16,7 @@ namespace {
 
 constexpr unsigned kGvspCapsLegacyId = 0x40000000;
 constexpr unsigned kGvspConfigExtendedId = 0x40000000;
+constexpr unsigned kCapsSourcePortReadable = 0x80000000;
 
 constexpr int kAccessControl = 3;
 constexpr int kAccessExclusive = 4;
@@ -32,6 +36,37 @@ sockaddr_in HostAddress(void* device)
 sockaddr_in CameraAddress(void* device)
 {
     return ToDevice(device)->m_pSocket->RemoteAddress();
+}
+
+int TraverseFirewall(IHALGev* hal,
+                     void* device,
+                     OverlappedSocket& socket,
+                     unsigned capabilities,
+                     unsigned portAddress,
+                     const FirewallTexts& texts)
+{
+    const auto log = [&texts](const char* text, int code) {
+        texts.tellsCode ? HLogger::Error(text, code) : HLogger::Error(text);
+    };
+    if ((capabilities & kCapsSourcePortReadable) == 0) {
+        return GC_ERR_NOT_AVAILABLE;
+    }
+    if (device == nullptr) {
+        return StoreName(GC_ERR_INVALID_HANDLE);
+    }
+    unsigned port = 0;
+    if (const int code = hal->ReadReg(device, portAddress, port); code != GC_ERR_SUCCESS) {
+        log(loc::al(texts.readFailed, {std::to_string(portAddress).c_str()}).c_str(), code);
+        return AppendName(code);
+    }
+    sockaddr_in camera = CameraAddress(device);
+    camera.sin_port = htons(static_cast<std::uint16_t>(port));
+    constexpr char kNothing[4] = {};
+    if (const int code = socket.Send(kNothing, sizeof kNothing, camera); code != GC_ERR_SUCCESS) {
+        log(texts.sendFailed, code);
+        return AppendName(code);
+    }
+    return GC_ERR_SUCCESS;
 }
 
 void LogRegister(const char* text, unsigned address)

@@ -1,4 +1,4 @@
-/// What the stream HALs share: the registers of the camera's stream channel 0 and the accesses to them.
+/// What the HALs of the camera's channels share: the registers of stream channel 0, and the way to a channel.
 #pragma once
 
 #include <netinet/in.h>
@@ -8,6 +8,7 @@
 namespace GenTL {
 
 class IHALGev;
+class OverlappedSocket;
 
 // Bootstrap registers of the camera. Only stream channel 0 is used.
 inline constexpr unsigned sk_addrVersion = 0x0000;
@@ -23,6 +24,25 @@ bool HasControl(int accessMode);
 /// channel. device is a device handle.
 sockaddr_in HostAddress(void* device);
 sockaddr_in CameraAddress(void* device);
+
+/// The log lines of a failed TraverseFirewall. readFailed has {0} for the register's address; with tellsCode
+/// the code stands behind both.
+struct FirewallTexts
+{
+    const char* readFailed;
+    const char* sendFailed;
+    bool tellsCode;
+};
+
+/// Sends a datagram to where packets will come from, so that a stateful firewall lets them in. The camera
+/// tells its port in the register portAddress, if bit 31 of its capabilities says so.
+/// GC_ERR_NOT_AVAILABLE, GC_ERR_INVALID_HANDLE, and what reading and sending give.
+int TraverseFirewall(IHALGev* hal,
+                     void* device,
+                     OverlappedSocket& socket,
+                     unsigned capabilities,
+                     unsigned portAddress,
+                     const FirewallTexts& texts);
 
 /// Logs text with the register's address in decimal for {0}.
 void LogRegister(const char* text, unsigned address);
